@@ -1,0 +1,127 @@
+#pragma once
+
+#include <QList>
+#include <QMainWindow>
+#include <QString>
+
+#include "model/annotation.h"
+
+class AnnotationsPanel;
+class ImageCanvas;
+class ImageListWidget;
+class QComboBox;
+class QLabel;
+class QToolButton;
+
+// The single window: toolbar, menus, the three panes (image list, canvas, annotations
+// panel), the status line, and the dataset session.
+//
+// Implementation by concern: mainwindow.cpp (construction and wiring),
+// mainwindow_session.cpp (loading, showing, saving, undo), mainwindow_keys.cpp
+// (keyboard and window events), mainwindow_labels.cpp, mainwindow_commands.cpp.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // Opens a dataset as if the user had accepted the Load Data dialog with these
+    // folders. An empty annotations folder means IMAGES_DIR/annotations. Returns false
+    // (after telling the user) when the annotations folder cannot be created.
+    bool openDataset(const QString& imagesDir, const QString& annotationsDir = QString());
+
+    // Session operations.
+    bool requireDataLoaded();
+    void rebuildImageList();
+    void updateImageListItem(int row);
+    void loadImageAt(int row);
+    void saveAnnotationsFor(int index);
+    void pushUndo();
+    void refreshAnnotationsPanel();
+    void updateStatusLabel();
+    void loadLabelConfig();
+    void saveLabelConfig();
+    void applyLabels();
+    void copySelection();
+    void paste();
+
+    // Widgets the window talks to.
+    ImageListWidget* imageList = nullptr;
+    AnnotationsPanel* annotationsPanel = nullptr;
+    QComboBox* classCombo = nullptr;
+    QToolButton* autoZoomButton = nullptr;
+    QComboBox* createCombo = nullptr;
+    ImageCanvas* canvas = nullptr;
+    QLabel* statusLabel = nullptr;
+
+    // Dataset session state.
+    QString imagesFolder;
+    QString annotationsFolder;
+    QList<ImageAnnotations> images;
+    int currentIndex = -1;
+    int scanIndex = 0;
+    QList<BoxAnnotation> clipboard;
+    QList<QList<BoxAnnotation>> undoStack;
+    QList<QList<BoxAnnotation>> redoStack;
+    QList<LabelDef> labels;
+    bool autoZoom = false;
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private Q_SLOTS:
+    void onLoadData();
+    void onReloadData();
+    void scanNextBatch();
+    void onSaveCurrent();
+    void onImageRowChanged(int row);
+    void onCanvasBoxesChanged();
+    void onCanvasSelectionChanged(int index);
+    void onDrawingCoords(int left, int top, int right, int bottom);
+    void onAnnotationSelected(int index);
+    void onAnnotationDeleteRequested(int index);
+    void onLabelChangeRequested(int index, const QString& label);
+    void onUndo();
+    void onRedo();
+    void onNextImage();
+    void onPrevImage();
+    void onToggleAutoZoom();
+    void onRemoveImageRequested(int row);
+    void onClassComboChanged(const QString& text);
+    void onRenameLabel();
+    void onRemoveLabel();
+    void onExtractVideoFrames();
+    void onYoloInference();
+    void onYoloAnnotateVideo();
+    void onConvertBBoxesToKeyPoints();
+    void onConvertKeyPointsToBBoxes();
+    void onExportYoloPose();
+    void onImportObjectNames();
+    void onExportYolo();
+    void onImportYolo();
+    void onExportCoco();
+    void onImportCoco();
+    void onExportDota();
+    void onImportDota();
+    void onExportCsv();
+    void onImportCsv();
+    void onExportSplit();
+    void onExportObjectNames();
+    void onExportCollage();
+    void syncCurrentBoxes();
+    void onCreateComboChanged(const QString& text);
+    void onManageLabels();
+
+private:
+    void buildToolbar();
+    void buildCentralArea();
+    bool hasCurrentImage() const { return currentIndex >= 0 && currentIndex < images.size(); }
+    // Deletes the XML file of the current image after its last shape went.
+    void removeFileOfEmptiedImage();
+    // Shows the snapshot `shapes` on the canvas and writes (or removes) the file.
+    void restoreSnapshot(const QList<BoxAnnotation>& shapes);
+    void selectImageRow(int row);
+};

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QColor>
+#include <QList>
+#include <QPointF>
+#include <QRect>
+#include <QString>
+
+enum class ShapeType : int {
+    BoundingBox = 0,
+    Polygon = 1,
+    Line = 2,
+    Keypoint = 3,
+    RotatedBox = 4,
+    Cuboid = 5,
+    Ellipse = 6,
+};
+
+// One shape with its label. Coordinates are image pixels (origin top-left, y down);
+// angles are degrees, positive clockwise on screen.
+//  BoundingBox: 2 opposite corners, any order; the larger corner is the last pixel covered.
+//  Polygon: vertices in order.       Line: start, end.       Keypoint: 1 point + visible.
+//  RotatedBox: 4 corners + angle.    Cuboid: front face 0-3, back face 4-7.
+//  Ellipse: points[0] = centre, points[1] = (rx, ry) semi-axes; angle tilts the rx axis.
+struct BoxAnnotation {
+    QString label;
+    ShapeType type = ShapeType::BoundingBox;
+    QList<QPointF> points;
+    bool visible = true;
+    double angle = 0.0;
+
+    // Integer rectangle of a bounding box from its first two points (truncated toward
+    // zero, right/bottom inclusive); the null rectangle (0, 0, -1, -1) with fewer points.
+    QRect rect() const;
+    // Stores the corners (left, top) and (right, bottom) of an integer rectangle.
+    void setRect(const QRect& r);
+    // Integer bounding rectangle of all points (any kind); null rectangle without points.
+    QRect boundingRect() const;
+    // Mean of all points: the pivot for rotation.
+    QPointF centroid() const;
+
+    bool operator==(const BoxAnnotation& o) const;
+    bool operator!=(const BoxAnnotation& o) const { return !(*this == o); }
+};
+
+struct ImageAnnotations {
+    QString imagePath;
+    QString xmlPath;
+    int width = 0;
+    int height = 0;
+    QList<BoxAnnotation> boxes;
+    bool dirty = false;
+};
+
+struct LabelDef {
+    QString name;
+    QColor color;
+};
+
+// Integer rectangle spanned by two corners in any order: truncation toward zero,
+// the larger corner being the last covered pixel.
+QRect integerRect(const QPointF& a, const QPointF& b);
+// Integer bounding rectangle of a point list (left/top truncated, width/height the
+// truncated extents); the null rectangle for an empty list.
+QRect pointsBoundingRect(const QList<QPointF>& points);
+// The four corners of a w x h rectangle centred at `centre` and turned by angleDegrees
+// (clockwise on screen). At angle 0: top-left, top-right, bottom-right, bottom-left.
+QList<QPointF> rotatedBoxCorners(const QPointF& centre, double w, double h, double angleDegrees);
+
+const char* shapeTypeWord(ShapeType t);
