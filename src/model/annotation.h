@@ -5,6 +5,7 @@
 #include <QPointF>
 #include <QRect>
 #include <QString>
+#include <QStringView>
 
 enum class ShapeType : int {
     BoundingBox = 0,
@@ -58,13 +59,19 @@ struct LabelDef {
 };
 
 // Integer rectangle spanned by two corners in any order: truncation toward zero,
-// the larger corner being the last covered pixel.
+// the larger corner being the last covered pixel. Coordinates that are not finite count
+// as 0 and huge ones are clamped to +/-(2^30 - 1), so the result and its width stay in int.
 QRect integerRect(const QPointF& a, const QPointF& b);
 // Integer bounding rectangle of a point list (left/top truncated, width/height the
-// truncated extents); the null rectangle for an empty list.
+// truncated extents); the null rectangle for an empty list. Non-finite and huge values
+// are treated as in integerRect.
 QRect pointsBoundingRect(const QList<QPointF>& points);
 // The four corners of a w x h rectangle centred at `centre` and turned by angleDegrees
 // (clockwise on screen). At angle 0: top-left, top-right, bottom-right, bottom-left.
 QList<QPointF> rotatedBoxCorners(const QPointF& centre, double w, double h, double angleDegrees);
 
+// The word naming a kind in annotation files ("bndbox", "polygon", "line", "keypoint",
+// "rotatedbox", "cuboid", "ellipse"), and back; an unknown word (compared
+// case-sensitively) gives BoundingBox.
 const char* shapeTypeWord(ShapeType t);
+ShapeType shapeTypeFromWord(QStringView word);
