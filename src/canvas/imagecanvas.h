@@ -7,6 +7,9 @@
 #include <QRect>
 #include <QWidget>
 
+#include <memory>
+#include <optional>
+
 #include "model/annotation.h"
 
 // The centre pane: shows the current image, maps image <-> widget pixels, zooms and
@@ -48,11 +51,14 @@ public:
     void zoomToAnnotations(int border);
 
     // Selection and editing operations.
+    void deselect();
     void setSelectedIndex(int index);
     BoxAnnotation selectedBox() const;
     void selectAll();
     void deleteSelected();
     void cancelWip();
+    // Closes the polygon or cuboid in progress (dropped when it has too few points).
+    void finaliseWip();
 
     // --- Read access ---------------------------------------------------------------
     const QList<BoxAnnotation>& boxes() const { return m_boxes; }
@@ -67,6 +73,8 @@ public:
     ShapeType currentShape() const { return m_currentShape; }
     DragMode dragMode() const { return m_dragMode; }
     bool spaceHeld() const { return m_spaceHeld; }
+    // The one-line hint painted in the bottom-right corner.
+    QString hintText() const;
 
     // --- View transform ------------------------------------------------------------
     QPointF imageToWidget(const QPointF& p) const;
@@ -74,6 +82,16 @@ public:
     QRectF imageRectToWidget(const QRect& r) const;
     QPointF clampPtToImage(const QPointF& p) const;
     QRect clampToImage(const QRect& r) const;
+
+    // --- Hit testing (widget positions) ----------------------------------------------
+    // Handle number of shape `index` under the position, or -1.
+    int hitTestHandle(const QPointF& pos, int index) const;
+    // 0 on the rotation handle of shape `index` (rotated boxes and ellipses), else -1.
+    int hitTestRotHandle(const QPointF& pos, int index) const;
+    // Index of the smallest shape under the position, or -1.
+    int hitTestBox(const QPointF& pos) const;
+    // Whether the position is on the selected shape or its label badge.
+    bool hitSelectedBox(const QPointF& pos) const;
 
     // Corners of a rotated box (centre, width, height, angle in degrees clockwise).
     static QList<QPointF> rotatedBoxCorners(const QPointF& centre, double w, double h,
@@ -129,16 +147,44 @@ public:
     int m_imageCount = 0;
 
 private:
+    bool hasValidSelection() const;
     void recomputeFitScale();
+    // Zoom 1, no pan, fitted.
+    void resetView();
     // Pans so that image point `target` sits in the widget's centre.
     void centreOn(const QPointF& target);
-    // Union of the bounding rectangles of all shapes that have points (null if none).
-    QRect shapesUnion() const;
+    // What zoomIn/zoomOut keep in the centre: the selected shape, all shapes, or the image.
+    QPointF zoomTarget() const;
+    // Union of the bounding rectangles of all shapes that have points (none if no shape
+    // has any). A keypoint's rectangle has no extent, so this is not QRect::united.
+    std::optional<QRect> shapesUnion() const;
+    // Widget rectangle of a shape: the bounding rectangle of its points, mapped.
+    QRectF shapeWidgetRect(const BoxAnnotation& box) const;
     void updateCursor(const QPointF& widgetPos);
     void emitDrawingCoords();
     void clearDrawingCoords();
 
+    // Input (canvasinput.cpp).
+    void startPan(const QPointF& widgetPos);
+    void rightPress(const QPointF& widgetPos);
+    void leftPress(const QPointF& widgetPos);
+    void selectForMove(int index, const QPointF& imagePos);
+    void startEdit(DragMode mode, const QPointF& imagePos);
+    void placePoint(const QPointF& imagePos);
+    void createShape(const QPointF& imagePos);
+    void dragTo(const QPointF& imagePos);
+    void finishCreate();
+    void finishEdit(DragMode mode);
+    bool nudgeSelected(int key, Qt::KeyboardModifiers modifiers);
+
     // Painting (canvaspaint.cpp).
+    struct PaintCache;
+    void paintImage(QPainter& p, const QRect& exposed);
     void paintImageCounter(QPainter& p);
     void paintNoImageText(QPainter& p);
+    void paintHint(QPainter& p);
+    void drawAnnotation(QPainter& p, const BoxAnnotation& box, bool selected) const;
+    void drawWipShape(QPainter& p) const;
+    // Scaled copy of the image, pens and text layouts per label, kept between paints.
+    std::shared_ptr<PaintCache> m_paintCache;
 };
