@@ -17,8 +17,10 @@ class QToolButton;
 // panel), the status line, and the dataset session.
 //
 // Implementation by concern: mainwindow.cpp (construction and wiring),
-// mainwindow_session.cpp (loading, showing, saving, undo), mainwindow_keys.cpp
-// (keyboard and window events), mainwindow_labels.cpp, mainwindow_commands.cpp.
+// mainwindow_session.cpp (loading, showing, saving, undo), mainwindow_labelfile.cpp,
+// mainwindow_keys.cpp (keyboard and window events), mainwindow_labels.cpp (label list,
+// combos), mainwindow_labelops.cpp (label changes across the dataset),
+// mainwindow_exportimport.cpp, mainwindow_commands.cpp (dataset tools).
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -44,6 +46,10 @@ public:
     void applyLabels();
     void copySelection();
     void paste();
+    // Adds the label names used by every image (in memory or on disk) to the label list.
+    void syncClassComboFromAnnotations();
+    // Reports an import's result and brings the canvas, list and labels up to date.
+    void doAfterImport(bool ok, const QString& message);
 
     // Widgets the window talks to.
     ImageListWidget* imageList = nullptr;

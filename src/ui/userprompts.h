@@ -1,9 +1,11 @@
 #pragma once
 
+#include <QColor>
 #include <QMessageBox>
 #include <QString>
 #include <QStringList>
 
+class QDialog;
 class QWidget;
 
 // Every modal question, notice, file or folder chooser and input dialog that a command
@@ -44,6 +46,13 @@ public:
     virtual QString item(QWidget* parent, const QString& title, const QString& label,
                          const QStringList& items, int current, bool* ok) = 0;
 
+    // An invalid colour when cancelled.
+    virtual QColor color(QWidget* parent, const QColor& initial, const QString& title) = 0;
+
+    // Runs one of the program's own modal dialogs (Load Data, Manage Labels ...) and
+    // returns its QDialog::DialogCode result.
+    virtual int exec(QDialog* dialog) = 0;
+
     // The implementation in force. Defaults to QtUserPrompts.
     static UserPrompts& current();
     // Installs `prompts` (not owned); nullptr restores the real dialogs.
@@ -70,4 +79,6 @@ public:
                  const QString& initial, bool* ok) override;
     QString item(QWidget* parent, const QString& title, const QString& label,
                  const QStringList& items, int current, bool* ok) override;
+    QColor color(QWidget* parent, const QColor& initial, const QString& title) override;
+    int exec(QDialog* dialog) override;
 };

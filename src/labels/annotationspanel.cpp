@@ -1,0 +1,145 @@
+#include "labels/annotationspanel.h"
+
+#include <QEvent>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QVBoxLayout>
+
+#include "app/imagelistwidget.h"
+
+namespace {
+
+QString geometryToolTip(const BoxAnnotation& box)
+{
+    const QRect r = box.boundingRect();
+    const bool empty = box.points.isEmpty();
+    return QStringLiteral("x:%1 y:%2  w:%3 h:%4")
+        .arg(empty ? 0 : r.left())
+        .arg(empty ? 0 : r.top())
+        .arg(empty ? 0 : r.width())
+        .arg(empty ? 0 : r.height());
+}
+
+} // namespace
+
+AnnotationsPanel::AnnotationsPanel(QWidget* parent)
+    : QWidget(parent)
+{
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 0, 4, 0);
+    layout->setSpacing(4);
+
+    auto* title = new QLabel(QStringLiteral("Annotations"), this);
+    QFont titleFont = title->font();
+    titleFont.setWeight(QFont::Bold);
+    title->setFont(titleFont);
+    layout->addWidget(title);
+
+    m_list = new QListWidget(this);
+    m_list->setObjectName(QStringLiteral("annotationsList"));
+    m_list->setAlternatingRowColors(true);
+    m_list->setMouseTracking(true);
+    m_list->viewport()->setMouseTracking(true);
+    m_delegate = new ImageListDelegate(this);
+    m_list->setItemDelegate(m_delegate);
+    connect(m_delegate, &ImageListDelegate::removeRequested, this,
+            &AnnotationsPanel::deleteRequested);
+    m_list->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_list, &QWidget::customContextMenuRequested, this, &AnnotationsPanel::onContextMenu);
+    connect(m_list, &QListWidget::currentRowChanged, this, &AnnotationsPanel::onRowChanged);
+    m_list->viewport()->installEventFilter(this);
+    layout->addWidget(m_list);
+
+    setMinimumWidth(180);
+}
+
+void AnnotationsPanel::setLabelNames(const QList<QString>& names)
+{
+    m_labelNames = names;
+}
+
+void AnnotationsPanel::setBoxes(const QList<BoxAnnotation>& boxes)
+{
+    m_updating = true;
+    m_list->clear();
+    for (const BoxAnnotation& box : boxes) {
+        auto* item = new QListWidgetItem(box.label, m_list);
+        item->setToolTip(geometryToolTip(box));
+    }
+    // Marks "no current row" as deliberate; otherwise the view makes row 0 current the
+    // next time it gains focus (after a context menu, say) and that reads as a user pick.
+    m_list->setCurrentIndex(QModelIndex());
+    m_updating = false;
+}
+
+void AnnotationsPanel::setSelectedIndex(int index)
+{
+    m_updating = true;
+    if (index >= 0 && index < m_list->count())
+        m_list->setCurrentRow(index);
+    else
+        m_list->clearSelection();
+    m_updating = false;
+}
+
+void AnnotationsPanel::onRowChanged(int row)
+{
+    if (!m_updating)
+        Q_EMIT selectionRequested(row);
+}
+
+void AnnotationsPanel::onContextMenu(const QPoint& pos)
+{
+    QListWidgetItem* item = m_list->itemAt(pos);
+    if (!item || m_labelNames.isEmpty())
+        return;
+    const int row = m_list->row(item);
+    const QString current = item->text();
+
+    QMenu menu(this);
+    menu.addSection(QStringLiteral("Change label to:"));
+    for (const QString& name : m_labelNames) {
+        // Escape '&' so that a label name is shown as written, not as a mnemonic.
+        QAction* action = menu.addAction(QString(name).replace(QLatin1Char('&'), QLatin1String("&&")));
+        action->setData(name);
+        if (name == current) {
+            action->setCheckable(true);
+            action->setChecked(true);
+        }
+    }
+    QAction* chosen = menu.exec(m_list->viewport()->mapToGlobal(pos));
+    if (chosen && !chosen->isSeparator())
+        Q_EMIT labelChangeRequested(row, chosen->data().toString());
+}
+
+bool AnnotationsPanel::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_list->viewport()) {
+        switch (event->type()) {
+        case QEvent::Leave:
+            m_delegate->handleMouseMove(QPoint(-1, -1), QModelIndex(), QRect());
+            m_list->viewport()->update();
+            break;
+        case QEvent::MouseMove: {
+            const QPoint pos = static_cast<QMouseEvent*>(event)->position().toPoint();
+            const QModelIndex index = m_list->indexAt(pos);
+            const QRect rect = index.isValid() ? m_list->visualRect(index) : QRect();
+            if (m_delegate->handleMouseMove(pos, index, rect))
+                m_list->viewport()->update();
+            break;
+        }
+        case QEvent::MouseButtonPress: {
+            const QPoint pos = static_cast<QMouseEvent*>(event)->position().toPoint();
+            const QModelIndex index = m_list->indexAt(pos);
+            if (index.isValid() && m_delegate->handleMousePress(pos, index, m_list->visualRect(index)))
+                return true;
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}

@@ -1,0 +1,103 @@
+#include "ui/userprompts.h"
+
+#include <QColorDialog>
+#include <QDialog>
+#include <QFileDialog>
+#include <QInputDialog>
+#include <QPushButton>
+
+namespace {
+
+UserPrompts* installedPrompts = nullptr;
+
+} // namespace
+
+UserPrompts& UserPrompts::current()
+{
+    static QtUserPrompts realDialogs;
+    return installedPrompts ? *installedPrompts : realDialogs;
+}
+
+void UserPrompts::install(UserPrompts* prompts)
+{
+    installedPrompts = prompts;
+}
+
+void QtUserPrompts::information(QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox::information(parent, title, text);
+}
+
+void QtUserPrompts::warning(QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox::warning(parent, title, text);
+}
+
+void QtUserPrompts::critical(QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox::critical(parent, title, text);
+}
+
+QMessageBox::StandardButton QtUserPrompts::question(QWidget* parent, const QString& title,
+                                                    const QString& text,
+                                                    QMessageBox::StandardButtons buttons,
+                                                    QMessageBox::StandardButton defaultButton)
+{
+    return QMessageBox::question(parent, title, text, buttons, defaultButton);
+}
+
+int QtUserPrompts::choose(QWidget* parent, QMessageBox::Icon icon, const QString& title,
+                          const QString& text, const QString& informativeText,
+                          const QList<Choice>& buttons, int defaultIndex)
+{
+    QMessageBox box(icon, title, text, QMessageBox::NoButton, parent);
+    if (!informativeText.isEmpty())
+        box.setInformativeText(informativeText);
+    QList<QPushButton*> pushButtons;
+    for (const Choice& choice : buttons)
+        pushButtons.append(box.addButton(choice.text, choice.role));
+    if (defaultIndex >= 0 && defaultIndex < pushButtons.size())
+        box.setDefaultButton(pushButtons.at(defaultIndex));
+    box.exec();
+    // indexOf gives -1 when the box was closed without any of our buttons.
+    return pushButtons.indexOf(qobject_cast<QPushButton*>(box.clickedButton()));
+}
+
+QString QtUserPrompts::existingDirectory(QWidget* parent, const QString& caption, const QString& dir)
+{
+    return QFileDialog::getExistingDirectory(parent, caption, dir, QFileDialog::ShowDirsOnly);
+}
+
+QString QtUserPrompts::openFileName(QWidget* parent, const QString& caption, const QString& dir,
+                                    const QString& filter)
+{
+    return QFileDialog::getOpenFileName(parent, caption, dir, filter);
+}
+
+QString QtUserPrompts::saveFileName(QWidget* parent, const QString& caption, const QString& dir,
+                                    const QString& filter)
+{
+    return QFileDialog::getSaveFileName(parent, caption, dir, filter);
+}
+
+QString QtUserPrompts::text(QWidget* parent, const QString& title, const QString& label,
+                            const QString& initial, bool* ok)
+{
+    return QInputDialog::getText(parent, title, label, QLineEdit::Normal, initial, ok);
+}
+
+QString QtUserPrompts::item(QWidget* parent, const QString& title, const QString& label,
+                            const QStringList& items, int current, bool* ok)
+{
+    return QInputDialog::getItem(parent, title, label, items, current, false, ok);
+}
+
+QColor QtUserPrompts::color(QWidget* parent, const QColor& initial, const QString& title)
+{
+    return QColorDialog::getColor(initial, parent, title);
+}
+
+int QtUserPrompts::exec(QDialog* dialog)
+{
+    return dialog->exec();
+}
