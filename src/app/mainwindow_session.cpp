@@ -1,0 +1,558 @@
+// The dataset session: loading the folder pair, the background label scan, showing an
+// image, auto-save, undo and redo, copy and paste, removal of images, the status line.
+
+#include "app/mainwindow.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QImageReader>
+#include <QLabel>
+#include <QListWidget>
+#include <QPixmap>
+#include <QTimer>
+#include <QToolButton>
+
+#include <algorithm>
+
+#include "app/imagelistwidget.h"
+#include "app/loaddatadialog.h"
+#include "canvas/imagecanvas.h"
+#include "labels/annotationspanel.h"
+#include "model/labelscan.h"
+#include "model/vocxml.h"
+#include "ui/userprompts.h"
+
+namespace {
+
+constexpr int kScanBatch = 8;
+constexpr int kFirstScanDelayMs = 50;
+constexpr int kNextScanDelayMs = 30;
+constexpr int kScanStatusEvery = 150;
+constexpr int kUndoLimit = 10;
+constexpr int kAutoZoomBorder = 50;
+
+const QString kNoDataText = QStringLiteral("No data loaded. Click 'Load Data' to begin.");
+
+const QStringList& imageFilePatterns()
+{
+    static const QStringList patterns = {
+        QStringLiteral("*.jpg"), QStringLiteral("*.jpeg"), QStringLiteral("*.png"),
+        QStringLiteral("*.bmp"), QStringLiteral("*.gif"),  QStringLiteral("*.tiff"),
+    };
+    return patterns;
+}
+
+// File names of the images directly in `folder`: plain, non-hidden files matching the
+// patterns (letter case ignored), sorted case-sensitively. The iterator avoids the
+// per-file QFileInfo list that QDir::entryInfoList builds, which matters at 100,000 files.
+QStringList listImageFiles(const QString& folder)
+{
+    QStringList names;
+    if (folder.isEmpty())
+        return names;
+    QDirIterator it(folder, imageFilePatterns(), QDir::Files | QDir::NoDotAndDotDot);
+    while (it.hasNext()) {
+        it.next();
+        names.append(it.fileName());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+QString fileNameOf(const QString& path)
+{
+    return QFileInfo(path).fileName();
+}
+
+void pushLimited(QList<QList<BoxAnnotation>>& stack, const QList<BoxAnnotation>& snapshot)
+{
+    stack.append(snapshot);
+    if (stack.size() > kUndoLimit)
+        stack.removeFirst();
+}
+
+} // namespace
+
+// --- Loading ---------------------------------------------------------------------------
+
+void MainWindow::onLoadData()
+{
+    LoadDataDialog dialog(this, imagesFolder, annotationsFolder);
+    if (UserPrompts::current().exec(&dialog) != QDialog::Accepted)
+        return;
+    if (hasCurrentImage() && images[currentIndex].dirty)
+        saveAnnotationsFor(currentIndex);
+    imagesFolder = dialog.imagesFolder();
+    annotationsFolder = dialog.annotationsFolder();
+    rebuildImageList();
+}
+
+bool MainWindow::openDataset(const QString& imagesDir, const QString& annotationsDir)
+{
+    if (imagesDir.trimmed().isEmpty()) {
+        UserPrompts::current().warning(this, QStringLiteral("Missing folder"),
+                                       QStringLiteral("Please select an images folder."));
+        return false;
+    }
+    const QString imagesPath = QFileInfo(imagesDir).absoluteFilePath();
+    const QString annotations = annotationsDir.trimmed().isEmpty()
+                                    ? imagesPath + QStringLiteral("/annotations")
+                                    : QFileInfo(annotationsDir).absoluteFilePath();
+    if (!QDir(annotations).exists() && !QDir().mkpath(annotations)) {
+        UserPrompts::current().warning(
+            this, QStringLiteral("Error"),
+            QStringLiteral("Could not create annotations folder:\n") + annotations);
+        return false;
+    }
+    if (hasCurrentImage() && images[currentIndex].dirty)
+        saveAnnotationsFor(currentIndex);
+    imagesFolder = imagesPath;
+    annotationsFolder = annotations;
+    rebuildImageList();
+    return true;
+}
+
+void MainWindow::onReloadData()
+{
+    if (imagesFolder.isEmpty()) {
+        onLoadData();
+        return;
+    }
+    if (currentIndex < 0) {
+        rebuildImageList();
+        return;
+    }
+    if (hasCurrentImage() && images[currentIndex].dirty)
+        saveAnnotationsFor(currentIndex);
+    const int row = currentIndex;
+    rebuildImageList();
+    if (row < images.size())
+        selectImageRow(row);
+}
+
+void MainWindow::rebuildImageList()
+{
+    const QStringList files = listImageFiles(imagesFolder);
+
+    images.clear();
+    imageList->clear();
+    currentIndex = -1;
+    scanIndex = 0;
+
+    if (files.isEmpty()) {
+        statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
+        return;
+    }
+
+    loadLabelConfig();
+
+    const QDir imagesDir(imagesFolder);
+    const QDir annotationsDir(annotationsFolder);
+    images.reserve(files.size());
+    for (const QString& name : files) {
+        ImageAnnotations record;
+        record.imagePath = imagesDir.absoluteFilePath(name);
+        const int dot = name.lastIndexOf(QLatin1Char('.'));
+        record.xmlPath = annotationsDir.filePath(name.left(dot) + QStringLiteral(".xml"));
+        images.append(record);
+    }
+    imageList->setUpdatesEnabled(false);
+    imageList->addItems(files);
+    imageList->setUpdatesEnabled(true);
+
+    selectImageRow(0);
+
+    statusLabel->setText(
+        QStringLiteral("Loaded %1 images  |  Scanning annotations in background...")
+            .arg(images.size()));
+    QTimer::singleShot(kFirstScanDelayMs, this, &MainWindow::scanNextBatch);
+}
+
+void MainWindow::scanNextBatch()
+{
+    const int count = images.size();
+    const int end = qMin(scanIndex + kScanBatch, count);
+    for (int i = scanIndex; i < end; ++i) {
+        const QString xmlPath = images[i].xmlPath;
+        if (!QFileInfo::exists(xmlPath))
+            continue;
+        imageList->setUpdatesEnabled(false);
+        updateImageListItem(i);
+        imageList->setUpdatesEnabled(true);
+        appendLabelsFromFile(labels, xmlPath);
+    }
+    scanIndex = end;
+
+    if (end < count) {
+        if (end % kScanStatusEvery == 0)
+            statusLabel->setText(
+                QStringLiteral("Scanning annotations: %1 / %2...").arg(end).arg(count));
+        QTimer::singleShot(kNextScanDelayMs, this, &MainWindow::scanNextBatch);
+        return;
+    }
+    applyLabels();
+    saveLabelConfig();
+    updateStatusLabel();
+}
+
+void MainWindow::updateImageListItem(int row)
+{
+    if (row < 0 || row >= images.size())
+        return;
+    QListWidgetItem* item = imageList->item(row);
+    if (!item)
+        return;
+    const ImageAnnotations& record = images[row];
+    const bool exists = QFileInfo::exists(record.xmlPath);
+    QString text = fileNameOf(record.imagePath);
+    if (exists)
+        text += QStringLiteral("  *");
+    item->setText(text);
+    item->setToolTip(record.imagePath + QLatin1Char('\n')
+                     + (exists ? QStringLiteral("Annotations: ") + record.xmlPath
+                               : QStringLiteral("No annotations yet")));
+}
+
+bool MainWindow::requireDataLoaded()
+{
+    if (!imagesFolder.isEmpty())
+        return true;
+    UserPrompts::current().information(
+        this, QStringLiteral("No Data Loaded"),
+        QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
+                       "images directory and annotations directory\n"
+                       "(they can be empty folders if you are starting fresh)."));
+    return false;
+}
+
+// --- The image shown -------------------------------------------------------------------
+
+void MainWindow::loadImageAt(int row)
+{
+    undoStack.clear();
+    redoStack.clear();
+    if (row < 0 || row >= images.size())
+        return;
+
+    ImageAnnotations& record = images[row];
+    QImageReader reader(record.imagePath);
+    reader.setAutoTransform(true);
+    const QImage image = reader.read();
+    if (image.isNull()) {
+        UserPrompts::current().warning(
+            this, QStringLiteral("Load error"),
+            QStringLiteral("Could not load image:\n") + record.imagePath);
+        return;
+    }
+    const QPixmap pixmap = QPixmap::fromImage(image);
+    record.width = pixmap.width();
+    record.height = pixmap.height();
+    if (record.boxes.isEmpty())
+        VocXml::load(record);
+
+    currentIndex = row;
+    canvas->setImage(pixmap);
+    canvas->setBoxes(record.boxes);
+    canvas->setImageInfo(row + 1, images.size());
+
+    if (QListWidgetItem* item = imageList->item(row))
+        imageList->scrollToItem(item);
+    if (autoZoom && !record.boxes.isEmpty())
+        canvas->zoomToAnnotations(kAutoZoomBorder);
+
+    refreshAnnotationsPanel();
+    updateStatusLabel();
+}
+
+void MainWindow::saveAnnotationsFor(int index)
+{
+    if (index < 0 || index >= images.size())
+        return;
+    ImageAnnotations& record = images[index];
+    if (index == currentIndex)
+        record.boxes = canvas->boxes();
+    if (VocXml::save(record, QDir(imagesFolder).dirName())) {
+        record.dirty = false;
+        updateImageListItem(index);
+    } else {
+        UserPrompts::current().warning(this, QStringLiteral("Save error"),
+                                       QStringLiteral("Could not write:\n") + record.xmlPath);
+    }
+}
+
+void MainWindow::removeFileOfEmptiedImage()
+{
+    if (!hasCurrentImage())
+        return;
+    ImageAnnotations& record = images[currentIndex];
+    if (QFileInfo::exists(record.xmlPath))
+        QFile::remove(record.xmlPath);
+    record.dirty = false;
+}
+
+void MainWindow::onSaveCurrent()
+{
+    if (currentIndex >= 0)
+        saveAnnotationsFor(currentIndex);
+    updateStatusLabel();
+}
+
+void MainWindow::syncCurrentBoxes()
+{
+    if (hasCurrentImage())
+        images[currentIndex].boxes = canvas->boxes();
+}
+
+void MainWindow::onImageRowChanged(int row)
+{
+    if (row < 0 || row >= images.size())
+        return;
+    if (hasCurrentImage()) {
+        images[currentIndex].boxes = canvas->boxes();
+        if (!canvas->boxes().isEmpty())
+            saveAnnotationsFor(currentIndex);
+    }
+    loadImageAt(row);
+}
+
+void MainWindow::selectImageRow(int row)
+{
+    imageList->setCurrentRow(row);
+}
+
+void MainWindow::onPrevImage()
+{
+    if (currentIndex >= 1)
+        selectImageRow(currentIndex - 1);
+}
+
+void MainWindow::onNextImage()
+{
+    if (currentIndex + 1 < images.size())
+        selectImageRow(currentIndex + 1);
+}
+
+void MainWindow::onToggleAutoZoom()
+{
+    autoZoom = autoZoomButton->isChecked();
+    if (!autoZoom)
+        canvas->zoomFit();
+    else if (hasCurrentImage() && !canvas->boxes().isEmpty())
+        canvas->zoomToAnnotations(kAutoZoomBorder);
+}
+
+// --- Changes, undo and redo ------------------------------------------------------------
+
+void MainWindow::pushUndo()
+{
+    if (currentIndex < 0)
+        return;
+    pushLimited(undoStack, canvas->boxes());
+    redoStack.clear();
+}
+
+void MainWindow::onCanvasBoxesChanged()
+{
+    if (!hasCurrentImage())
+        return;
+    images[currentIndex].boxes = canvas->boxes();
+    if (!canvas->boxes().isEmpty())
+        saveAnnotationsFor(currentIndex);
+    else
+        removeFileOfEmptiedImage();
+    refreshAnnotationsPanel();
+    updateImageListItem(currentIndex);
+    updateStatusLabel();
+}
+
+void MainWindow::restoreSnapshot(const QList<BoxAnnotation>& shapes)
+{
+    canvas->setBoxes(shapes);
+    images[currentIndex].boxes = shapes;
+    if (shapes.isEmpty())
+        removeFileOfEmptiedImage();
+    else
+        saveAnnotationsFor(currentIndex);
+    refreshAnnotationsPanel();
+    updateImageListItem(currentIndex);
+    updateStatusLabel();
+}
+
+void MainWindow::onUndo()
+{
+    if (undoStack.isEmpty() || !hasCurrentImage())
+        return;
+    pushLimited(redoStack, canvas->boxes());
+    restoreSnapshot(undoStack.takeLast());
+}
+
+void MainWindow::onRedo()
+{
+    if (redoStack.isEmpty() || !hasCurrentImage())
+        return;
+    pushLimited(undoStack, canvas->boxes());
+    restoreSnapshot(redoStack.takeLast());
+}
+
+void MainWindow::onAnnotationDeleteRequested(int index)
+{
+    if (!hasCurrentImage())
+        return;
+    // The snapshot is taken even when the index turns out to be stale.
+    pushUndo();
+    QList<BoxAnnotation> shapes = canvas->boxes();
+    if (index < 0 || index >= shapes.size())
+        return;
+    shapes.removeAt(index);
+    canvas->setBoxes(shapes);
+    images[currentIndex].boxes = shapes;
+    if (!shapes.isEmpty())
+        saveAnnotationsFor(currentIndex);
+    else
+        removeFileOfEmptiedImage();
+    refreshAnnotationsPanel();
+    updateImageListItem(currentIndex);
+    updateStatusLabel();
+}
+
+void MainWindow::onCanvasSelectionChanged(int index)
+{
+    annotationsPanel->setSelectedIndex(index);
+    updateStatusLabel();
+}
+
+void MainWindow::onAnnotationSelected(int index)
+{
+    canvas->setSelectedIndex(index);
+    canvas->update();
+}
+
+void MainWindow::refreshAnnotationsPanel()
+{
+    if (hasCurrentImage()) {
+        annotationsPanel->setBoxes(canvas->boxes());
+        annotationsPanel->setSelectedIndex(canvas->m_selectedIndex);
+    } else {
+        annotationsPanel->setBoxes({});
+    }
+}
+
+// --- Copy and paste --------------------------------------------------------------------
+
+void MainWindow::copySelection()
+{
+    if (canvas->m_allSelected)
+        clipboard = canvas->boxes();
+    else if (canvas->m_selectedIndex >= 0 && canvas->m_selectedIndex < canvas->boxes().size())
+        clipboard = {canvas->selectedBox()};
+}
+
+void MainWindow::paste()
+{
+    if (clipboard.isEmpty() || currentIndex < 0)
+        return;
+    pushUndo();
+    const int first = canvas->boxes().size();
+    QList<BoxAnnotation> shapes = canvas->boxes();
+    shapes.append(clipboard);
+    canvas->setBoxes(shapes);
+    canvas->setSelectedIndex(first);
+    images[currentIndex].boxes = shapes;
+    saveAnnotationsFor(currentIndex);
+    refreshAnnotationsPanel();
+    annotationsPanel->setSelectedIndex(first);
+    updateImageListItem(currentIndex);
+    updateStatusLabel();
+}
+
+// --- Status line -----------------------------------------------------------------------
+
+void MainWindow::updateStatusLabel()
+{
+    if (!hasCurrentImage()) {
+        statusLabel->setText(kNoDataText);
+        return;
+    }
+    const ImageAnnotations& record = images[currentIndex];
+    const int shapes = canvas->boxes().size();
+    const QString annotations = shapes > 0
+                                    ? QStringLiteral("%1 annotation(s) - saved").arg(shapes)
+                                    : QStringLiteral("No annotations");
+    statusLabel->setText(QStringLiteral("Image %1 / %2   |   %3   |   %4 x %5 px   |   %6")
+                             .arg(currentIndex + 1)
+                             .arg(images.size())
+                             .arg(fileNameOf(record.imagePath))
+                             .arg(record.width)
+                             .arg(record.height)
+                             .arg(annotations));
+}
+
+void MainWindow::onDrawingCoords(int left, int top, int right, int bottom)
+{
+    if (left < 0) {
+        updateStatusLabel();
+        return;
+    }
+    statusLabel->setText(QStringLiteral("Drawing: (%1, %2) to (%3, %4)  |  Size: %5 x %6 px")
+                             .arg(left)
+                             .arg(top)
+                             .arg(right)
+                             .arg(bottom)
+                             .arg(right - left + 1)
+                             .arg(bottom - top + 1));
+}
+
+// --- Removing an image -----------------------------------------------------------------
+
+void MainWindow::onRemoveImageRequested(int row)
+{
+    if (row < 0 || row >= images.size())
+        return;
+
+    enum { DeleteFile = 0, KeepFile = 1, Cancel = 2 };
+    const QList<UserPrompts::Choice> buttons = {
+        {QStringLiteral("Yes, delete file"), QMessageBox::DestructiveRole},
+        {QStringLiteral("No, keep file"), QMessageBox::AcceptRole},
+        {QStringLiteral("Cancel"), QMessageBox::RejectRole},
+    };
+    const int answer = UserPrompts::current().choose(
+        this, QMessageBox::Question, QStringLiteral("Remove Image"),
+        QStringLiteral("Remove <b>") + fileNameOf(images[row].imagePath)
+            + QStringLiteral("</b> from this session?"),
+        QStringLiteral("Would you also like to delete the image file from disk?"), buttons,
+        KeepFile);
+    if (answer != DeleteFile && answer != KeepFile)
+        return;
+    if (answer == DeleteFile)
+        QFile::remove(images[row].imagePath);
+
+    if (hasCurrentImage() && currentIndex != row && images[currentIndex].dirty)
+        saveAnnotationsFor(currentIndex);
+
+    images.removeAt(row);
+    {
+        // Taking the current item out would otherwise move the list's current row and
+        // run the row-change path against records that have already shifted.
+        const QSignalBlocker blocker(imageList);
+        delete imageList->takeItem(row);
+    }
+    if (scanIndex > row)
+        --scanIndex;
+
+    currentIndex = -1;
+    if (images.isEmpty()) {
+        canvas->setImage(QPixmap());
+        canvas->setBoxes({});
+        annotationsPanel->setBoxes({});
+        updateStatusLabel();
+        return;
+    }
+    const int next = qMin(row, int(images.size()) - 1);
+    {
+        const QSignalBlocker blocker(imageList);
+        imageList->setCurrentRow(next);
+    }
+    loadImageAt(next);
+}
