@@ -1,0 +1,204 @@
+#include "formats/converterrules.h"
+
+#include <climits>
+#include <cmath>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QImage>
+#include <QImageIOHandler>
+#include <QImageReader>
+#include <QSaveFile>
+
+#include "model/labelpalette.h"
+
+namespace ConverterRules {
+
+namespace {
+
+// Saturates an already integral double into the int range; NaN gives 0.
+int saturate(double integral)
+{
+    if (!(integral == integral))
+        return 0;
+    if (integral >= double(INT_MAX))
+        return INT_MAX;
+    if (integral <= double(INT_MIN))
+        return INT_MIN;
+    return int(integral);
+}
+
+} // namespace
+
+QSize imageFileSize(const QString& path)
+{
+    if (path.isEmpty())
+        return {};
+    {
+        QImageReader reader(path);
+        QSize size = reader.size();
+        if (size.width() > 0 && size.height() > 0) {
+            // The header size is the stored one; loaders that honour the EXIF
+            // orientation see it turned when the orientation includes a quarter turn.
+            if (reader.transformation() & QImageIOHandler::TransformationRotate90)
+                size.transpose();
+            return size;
+        }
+    }
+    // Some formats only know their size after decoding.
+    QImageReader decoder(path);
+    decoder.setAutoTransform(true);
+    const QImage image = decoder.read();
+    if (image.isNull())
+        return {};
+    return image.size();
+}
+
+QSize imageSize(const ImageAnnotations& image)
+{
+    if (image.width >= 1 && image.height >= 1)
+        return QSize(image.width, image.height);
+    const QSize fromFile = imageFileSize(image.imagePath);
+    if (fromFile.width() >= 1 && fromFile.height() >= 1)
+        return fromFile;
+    return QSize(1, 1);
+}
+
+QRect shapeRect(const BoxAnnotation& box)
+{
+    if (box.points.size() < 2)
+        return QRect(QPoint(0, 0), QPoint(-1, -1));
+    return integerRect(box.points.at(0), box.points.at(1));
+}
+
+int labelIndex(const QList<LabelDef>& labels, const QString& name)
+{
+    for (int i = 0; i < labels.size(); ++i) {
+        if (labels.at(i).name == name)
+            return i;
+    }
+    return -1;
+}
+
+QHash<QString, int> buildBaseNameIndex(const QList<ImageAnnotations>& images)
+{
+    QHash<QString, int> index;
+    index.reserve(images.size());
+    for (int i = 0; i < images.size(); ++i)
+        index.insert(QFileInfo(images.at(i).imagePath).completeBaseName(), i);
+    return index;
+}
+
+void ensureLabel(QList<LabelDef>& labels, const QString& name)
+{
+    LabelPalette::appendIfMissing(labels, name);
+}
+
+BoxAnnotation makeImportedBox(const QString& label, const QRect& rect)
+{
+    BoxAnnotation box;
+    box.label = label;
+    box.type = ShapeType::BoundingBox;
+    box.points = { QPointF(rect.left(), rect.top()), QPointF(rect.right(), rect.bottom()) };
+    box.visible = true;
+    box.angle = 0.0;
+    return box;
+}
+
+QRect clampToImage(const QRect& rect, int width, int height)
+{
+    // Only the stored corners are used: QRect::width() can overflow on extreme corners.
+    int left = rect.left();
+    int right = rect.right();
+    int top = rect.top();
+    int bottom = rect.bottom();
+    if (right < left) {
+        const int oldLeft = left;
+        left = right + 1;
+        right = oldLeft - 1;
+    }
+    if (bottom < top) {
+        const int oldTop = top;
+        top = bottom + 1;
+        bottom = oldTop - 1;
+    }
+    left = qMax(0, left);
+    top = qMax(0, top);
+    right = qMin(width - 1, right);
+    bottom = qMin(height - 1, bottom);
+    return QRect(QPoint(left, top), QPoint(right, bottom));
+}
+
+int toIntSafe(double value)
+{
+    if (!std::isfinite(value))
+        return 0;
+    return saturate(std::round(value));
+}
+
+int truncSafe(double value)
+{
+    if (!std::isfinite(value))
+        return 0;
+    return saturate(std::trunc(value));
+}
+
+double parseNumber(QStringView text)
+{
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    if (!ok || !std::isfinite(value))
+        return 0.0;
+    return value;
+}
+
+int parseInt(QStringView text)
+{
+    bool ok = false;
+    const int value = text.toInt(&ok, 10);
+    return ok ? value : 0;
+}
+
+bool readTextLines(const QString& path, QStringList* lines)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return false;
+    QByteArray bytes = file.readAll();
+    if (bytes.startsWith("\xEF\xBB\xBF"))
+        bytes.remove(0, 3);
+    lines->clear();
+    qsizetype start = 0;
+    while (start < bytes.size()) {
+        qsizetype end = bytes.indexOf('\n', start);
+        if (end < 0)
+            end = bytes.size();
+        lines->append(QString::fromUtf8(bytes.constData() + start, end - start));
+        start = end + 1;
+    }
+    return true;
+}
+
+bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    if (file.write(bytes) != bytes.size()) {
+        if (error)
+            *error = file.errorString();
+        file.cancelWriting();
+        return false;
+    }
+    if (!file.commit()) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    return true;
+}
+
+} // namespace ConverterRules
