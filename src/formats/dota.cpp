@@ -7,6 +7,7 @@
 #include <QSet>
 
 #include "formats/converterrules.h"
+#include "model/atomicbatch.h"
 
 namespace ExportImport {
 
@@ -14,6 +15,8 @@ ExportImportResult exportDota(const QList<ImageAnnotations>& images, const QStri
 {
     QDir().mkpath(outputFolder);
 
+    // One flush for the whole folder instead of one per file.
+    AtomicBatch batch;
     int written = 0;
     QByteArray out;
     for (const ImageAnnotations& image : images) {
@@ -33,9 +36,11 @@ ExportImportResult exportDota(const QList<ImageAnnotations>& images, const QStri
         }
         const QString path = outputFolder + QLatin1Char('/')
             + QFileInfo(image.imagePath).completeBaseName() + QStringLiteral(".txt");
-        if (ConverterRules::writeFileAtomically(path, out))
+        if (batch.stage(path, out))
             ++written;
     }
+    batch.commit();
+    written -= batch.failedPaths().size();
 
     return { true,
              QStringLiteral("Exported %1 DOTA file(s) to:\n%2").arg(QString::number(written), outputFolder),

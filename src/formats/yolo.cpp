@@ -7,6 +7,7 @@
 #include <QSet>
 
 #include "formats/converterrules.h"
+#include "model/atomicbatch.h"
 
 namespace ExportImport {
 
@@ -40,6 +41,8 @@ ExportImportResult exportYolo(const QList<ImageAnnotations>& images, const QList
     if (!ConverterRules::writeFileAtomically(outputFolder + QStringLiteral("/classes.txt"), classes))
         return { false, QStringLiteral("Cannot write classes.txt to ") + outputFolder, 0 };
 
+    // One flush for the whole folder instead of one per file.
+    AtomicBatch batch;
     int written = 0;
     QByteArray out;
     for (const ImageAnnotations& image : images) {
@@ -69,9 +72,11 @@ ExportImportResult exportYolo(const QList<ImageAnnotations>& images, const QList
         }
         const QString path = outputFolder + QLatin1Char('/')
             + QFileInfo(image.imagePath).completeBaseName() + QStringLiteral(".txt");
-        if (ConverterRules::writeFileAtomically(path, out))
+        if (batch.stage(path, out))
             ++written;
     }
+    batch.commit();
+    written -= batch.failedPaths().size();
 
     return { true,
              QStringLiteral("Exported %1 YOLO annotation file(s) to:\n%2")
