@@ -160,8 +160,10 @@ def main():
     car(img, 250, 260, 170, 65, (30, 160, 200))
     cv2.imwrite(os.path.join(IMAGES, "street_04.png"), img)
 
-    labels = [("object", "#00dcdc"), ("car", "#ff6464"), ("person", "#64dc64"),
-              ("road", "#ffc800"), ("lane", "#b464ff")]
+    palette = ["#00dcdc", "#ff6464", "#64dc64", "#ffc800", "#b464ff", "#ffa028", "#50c8ff", "#ff50c8"]
+    names = ["object", "car", "person", "road", "lane", "head", "left_hand", "right_hand",
+             "left_foot", "right_foot", "sign", "truck", "crate"]
+    labels = [(n, palette[i % len(palette)]) for i, n in enumerate(names)]
     with open(os.path.join(ANNOTATIONS, "label_colors.json"), "w", encoding="utf-8") as f:
         json.dump([{"color": c, "name": n} for n, c in labels], f, indent=4)
         f.write("\n")
