@@ -96,11 +96,15 @@ bool MainWindow::openDataset(const QString& imagesDir, const QString& annotation
                                        QStringLiteral("Please select an images folder."));
         return false;
     }
-    const QString imagesPath = QFileInfo(imagesDir).absoluteFilePath();
-    const QString annotations = annotationsDir.trimmed().isEmpty()
-                                    ? imagesPath + QStringLiteral("/annotations")
-                                    : QFileInfo(annotationsDir).absoluteFilePath();
-    if (!QDir(annotations).exists() && !QDir().mkpath(annotations)) {
+    const QString imagesPath = QDir::cleanPath(QFileInfo(imagesDir).absoluteFilePath());
+    const QString annotations =
+        annotationsDir.trimmed().isEmpty()
+            ? imagesPath + QStringLiteral("/annotations")
+            : QDir::cleanPath(QFileInfo(annotationsDir).absoluteFilePath());
+    // A mistyped images folder only earns the "No images found" status; making the
+    // annotations folder would leave a stray folder tree behind.
+    const bool imagesExist = QFileInfo(imagesPath).isDir();
+    if (imagesExist && !QDir(annotations).exists() && !QDir().mkpath(annotations)) {
         UserPrompts::current().warning(
             this, QStringLiteral("Error"),
             QStringLiteral("Could not create annotations folder:\n") + annotations);

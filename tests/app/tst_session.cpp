@@ -61,6 +61,7 @@ private Q_SLOTS:
     void loadThroughDialog();
     void loadDialogCancelledChangesNothing();
     void openDatasetDefaultsAnnotationsFolder();
+    void missingImagesFolderGivesStatus_data();
     void missingImagesFolderGivesStatus();
     void emptyFolderKeepsCanvas();
     void backgroundScanMarksRowsAndCollectsLabels();
@@ -118,6 +119,19 @@ void TestSession::listing()
     QVERIFY(prompts.callsOf("warning").isEmpty());
     QCOMPARE(status(w), QStringLiteral("Loaded %1 images  |  Scanning annotations in background...")
                             .arg(expected.size()));
+
+    // Every listed image can be shown and annotated, whatever its name.
+    for (int i = 0; i < expected.size(); ++i) {
+        w.imageList->setCurrentRow(i);
+        QCOMPARE(w.currentIndex, i);
+        editShapes(w, {box("object", 0, 0, 1, 1)});
+        const QString xml = dir.filePath("annotations/" + QFileInfo(expected[i]).completeBaseName()
+                                         + ".xml");
+        QCOMPARE(w.images[i].xmlPath, xml);
+        QVERIFY(QFile::exists(xml));
+        QCOMPARE(w.imageList->item(i)->text(), expected[i] + "  *");
+    }
+    QVERIFY(prompts.calls.isEmpty());
 }
 
 void TestSession::xmlPathsFollowCompleteBaseName()
@@ -209,6 +223,12 @@ void TestSession::openDatasetDefaultsAnnotationsFolder()
     QCOMPARE(w.annotationsFolder, dir.path() + "/annotations");
     QVERIFY(QFileInfo(dir.path() + "/annotations").isDir());
 
+    // A folder typed with a trailing slash is the same folder.
+    QVERIFY(w.openDataset(dir.path() + "/"));
+    QCOMPARE(w.imagesFolder, dir.path());
+    QCOMPARE(w.annotationsFolder, dir.path() + "/annotations");
+    QCOMPARE(w.images[0].xmlPath, dir.path() + "/annotations/a.xml");
+
     // An annotations folder that cannot be made (a file stands in the way) is refused.
     QVERIFY(writeBytes(dir.filePath("blocker"), "x"));
     const QString impossible = dir.filePath("blocker/ann");
@@ -220,20 +240,35 @@ void TestSession::openDatasetDefaultsAnnotationsFolder()
     QCOMPARE(w.currentIndex, 0);
 }
 
+void TestSession::missingImagesFolderGivesStatus_data()
+{
+    QTest::addColumn<QString>("annotations"); // relative to the temporary folder
+    QTest::addColumn<QString>("expectedAnnotations");
+    QTest::newRow("annotations folder named") << "ann" << "ann";
+    QTest::newRow("annotations folder defaulted") << "" << "none/annotations";
+    QTest::newRow("deep annotations folder") << "x/y/ann" << "x/y/ann";
+}
+
 void TestSession::missingImagesFolderGivesStatus()
 {
+    QFETCH(QString, annotations);
+    QFETCH(QString, expectedAnnotations);
     QTemporaryDir dir;
     ScriptedPrompts prompts;
     MainWindow w;
     const QString missing = dir.filePath("none");
-    QVERIFY(w.openDataset(missing, dir.filePath("ann")));
+    QVERIFY(w.openDataset(missing, annotations.isEmpty() ? QString() : dir.filePath(annotations)));
     QCOMPARE(status(w), "No images found in: " + missing);
     QCOMPARE(w.imageList->count(), 0);
     QCOMPARE(w.currentIndex, -1);
-    // Nothing was read or written for an empty dataset.
-    QVERIFY(!QFile::exists(dir.filePath("ann/label_colors.json")));
+    QCOMPARE(w.annotationsFolder, dir.filePath(expectedAnnotations));
+    QVERIFY(prompts.calls.isEmpty());
+    // Nothing was made on disk for a folder that is not there.
+    QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             QStringList());
     QTest::qWait(100);
-    QVERIFY(!QFile::exists(dir.filePath("ann/label_colors.json")));
+    QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             QStringList());
     QCOMPARE(status(w), "No images found in: " + missing);
 }
 
@@ -455,6 +490,16 @@ void TestSession::imageFileDeletedWhileRunning()
     w.updateImageListItem(0);
     QCOMPARE(w.imageList->item(0)->text(), QStringLiteral("a.png"));
     w.updateImageListItem(7); // outside the list: ignored
+
+    // The whole images folder goes away: a reload finds nothing and keeps the canvas.
+    const QString images = w.imagesFolder;
+    QVERIFY(QDir(dir.path()).removeRecursively());
+    QVERIFY(QMetaObject::invokeMethod(&w, "onReloadData"));
+    QCOMPARE(w.imageList->count(), 0);
+    QCOMPARE(w.currentIndex, -1);
+    QVERIFY(w.canvas->hasImage());
+    QCOMPARE(status(w), "No images found in: " + images);
+    QVERIFY(!QFileInfo::exists(images));
 }
 
 void TestSession::requireDataLoaded()
