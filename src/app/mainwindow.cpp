@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
+#include <QPaintEvent>
 #include <QPainterPath>
 #include <QSplitter>
 #include <QStatusBar>
@@ -23,9 +24,64 @@
 
 namespace {
 
+// Toolbar buttons whose style sheet sets the horizontal padding. QToolButton's own size
+// hint reserves the width of a blank on each side of the text on top of that padding;
+// with wide fonts (DejaVu Sans) the toolbar then outgrows a 1280 px window and "Help"
+// lands in the overflow menu. Here the padding from the style sheet is the only margin.
+class SheetPaddedToolButton : public QToolButton
+{
+public:
+    using QToolButton::QToolButton;
+
+    QSize sizeHint() const override
+    {
+        QSize size = QToolButton::sizeHint();
+        if (icon().isNull() && !text().isEmpty())
+            size.rwidth() -= 2 * fontMetrics().horizontalAdvance(QLatin1Char(' '));
+        return size;
+    }
+};
+
+// A menu that paints the titles of its sections. With the application style sheet the
+// menu and its separators are drawn by the style sheet, which shows a section
+// (QMenu::addSection) as a bare line and drops its title.
+class SectionMenu : public QMenu
+{
+public:
+    explicit SectionMenu(QWidget* parent) : QMenu(parent)
+    {
+        setStyleSheet(Theme::sectionMenuStyle());
+    }
+
+protected:
+    void paintEvent(QPaintEvent* event) override
+    {
+        QMenu::paintEvent(event);
+        QPainter p(this);
+        QFont titleFont = font();
+        titleFont.setBold(true);
+        p.setFont(titleFont);
+        const QFontMetrics metrics(titleFont);
+        for (QAction* action : actions()) {
+            if (!action->isSeparator() || action->text().isEmpty())
+                continue;
+            const QRect row = actionGeometry(action);
+            if (!row.intersects(event->rect()))
+                continue;
+            const QRect textRect = row.adjusted(8, 0, -8, 0);
+            p.setPen(Theme::menuSectionTitleColor());
+            p.drawText(textRect, Qt::AlignLeft | Qt::AlignVCenter, action->text());
+            const int lineStart = textRect.left() + metrics.horizontalAdvance(action->text()) + 6;
+            if (lineStart < textRect.right())
+                p.fillRect(QRect(lineStart, row.center().y(), textRect.right() - lineStart + 1, 1),
+                           Theme::menuSeparatorColor());
+        }
+    }
+};
+
 QToolButton* makeZoomButton(const QString& text, const QString& toolTip)
 {
-    auto* button = new QToolButton;
+    auto* button = new SheetPaddedToolButton;
     button->setText(text);
     button->setToolTip(toolTip);
     button->setStyleSheet(Theme::smallButtonStyle());
@@ -61,7 +117,7 @@ QIcon makeLockIcon(const QColor& color)
 QToolButton* makeToolButton(const QString& objectName, const QString& text,
                             const QString& toolTip, const QString& style)
 {
-    auto* button = new QToolButton;
+    auto* button = new SheetPaddedToolButton;
     button->setObjectName(objectName);
     button->setText(text);
     button->setToolTip(toolTip);
@@ -257,7 +313,7 @@ void MainWindow::buildToolbar()
         QStringLiteral("exportImportButton"), QStringLiteral("Export / Import"),
         QStringLiteral("Export or import annotations in various formats"), Theme::menuButtonStyle());
     exportButton->setPopupMode(QToolButton::InstantPopup);
-    auto* exportMenu = new QMenu(exportButton);
+    auto* exportMenu = new SectionMenu(exportButton);
     exportMenu->setObjectName(QStringLiteral("exportImportMenu"));
     exportMenu->addSection(QStringLiteral("YOLO"));
     QAction* exportYolo = addMenuAction(exportMenu, QStringLiteral("exportYoloAction"),

@@ -149,4 +149,19 @@ QString helpButtonStyle()
         " QToolButton:hover { color: #ff4444; border-color: #ff4444; }");
 }
 
+QString sectionMenuStyle()
+{
+    return QStringLiteral("QMenu::separator { height: 18px; background: transparent; margin: 2px 0; }");
+}
+
+QColor menuSectionTitleColor()
+{
+    return QColor(0xaa, 0xaa, 0xaa);
+}
+
+QColor menuSeparatorColor()
+{
+    return QColor(0x3a, 0x40, 0x60);
+}
+
 } // namespace Theme

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QPalette>
 #include <QString>
 
@@ -21,5 +22,11 @@ QString reloadButtonStyle(); // the reload arrow
 QString smallButtonStyle();  // "+/-" and the zoom buttons
 QString lockButtonStyle();   // the auto-zoom lock
 QString helpButtonStyle();   // "Help"
+
+// Own style sheet of a menu made of titled sections: the section rows get the height of a
+// title line and no fill; the menu paints the title and a separator line after it.
+QString sectionMenuStyle();
+QColor menuSectionTitleColor();
+QColor menuSeparatorColor(); // the colour of every menu separator
 
 } // namespace Theme

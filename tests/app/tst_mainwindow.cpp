@@ -361,6 +361,73 @@ private Q_SLOTS:
         QCOMPARE(seen, edit->menu());
     }
 
+    void toolbarFitsTheWindow()
+    {
+        // At the initial 1280 px every control sits on the toolbar itself, none in its
+        // overflow menu, and the style-sheet buttons still show their whole text inside
+        // their padding and border.
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        auto* toolbar = find<QToolBar>(QStringLiteral("mainToolBar"));
+        QVERIFY(toolbar);
+        QCOMPARE(window->width(), 1280);
+        QVERIFY2(toolbar->sizeHint().width() <= window->width(),
+                 qPrintable(QString::number(toolbar->sizeHint().width())));
+        auto* overflow = toolbar->findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"));
+        QVERIFY(!overflow || !overflow->isVisible());
+        for (QAction* a : toolbar->actions()) {
+            QWidget* w = toolbar->widgetForAction(a);
+            QVERIFY2(w && w->isVisible(), qPrintable(describe(toolbar, a)));
+            QVERIFY2(w->geometry().right() < toolbar->width(), qPrintable(describe(toolbar, a)));
+        }
+        QVERIFY(window->createCombo->width() >= 130);
+        QVERIFY(window->classCombo->width() >= 160);
+
+        const QList<QPair<QString, int>> padded = {
+            {"loadDataButton", 8}, {"reloadButton", 6},  {"manageLabelsButton", 6},
+            {"zoomInButton", 6},   {"zoomOutButton", 6}, {"zoomFitButton", 6},
+            {"editButton", 8},     {"exportImportButton", 8}, {"helpButton", 8}};
+        for (const auto& [name, padding] : padded) {
+            auto* b = find<QToolButton>(name);
+            QVERIFY(b);
+            const int needed = b->fontMetrics().horizontalAdvance(b->text()) + 2 * padding + 2;
+            QVERIFY2(b->width() >= needed,
+                     qPrintable(QStringLiteral("%1: %2 < %3").arg(name).arg(b->width()).arg(needed)));
+        }
+    }
+
+    void menuSectionTitlesAreDrawn()
+    {
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        QMenu* menu = find<QToolButton>(QStringLiteral("exportImportButton"))->menu();
+        menu->popup(window->mapToGlobal(QPoint(20, 40)));
+        QTRY_VERIFY(menu->isVisible());
+        const QImage shot = menu->grab().toImage().convertToFormat(QImage::Format_RGB32);
+        QFont bold = menu->font();
+        bold.setBold(true);
+        const QFontMetrics metrics(bold);
+        int sections = 0;
+        for (QAction* a : menu->actions()) {
+            if (!a->isSeparator())
+                continue;
+            ++sections;
+            const QRect row = menu->actionGeometry(a);
+            QVERIFY2(row.height() >= metrics.height(), qPrintable(a->text()));
+            // The title is written in grey at the left end of its row.
+            int ink = 0;
+            const QRect title(row.left(), row.top(), 8 + metrics.horizontalAdvance(a->text()),
+                              row.height());
+            for (int y = title.top(); y <= title.bottom(); ++y)
+                for (int x = title.left(); x <= title.right(); ++x)
+                    if (closeTo(shot.pixelColor(x, y), QColor(0xaa, 0xaa, 0xaa)))
+                        ++ink;
+            QVERIFY2(ink >= 5, qPrintable(a->text()));
+        }
+        menu->close();
+        QCOMPARE(sections, 6);
+    }
+
     void lockRecolours()
     {
         QToolButton* lock = window->autoZoomButton;
