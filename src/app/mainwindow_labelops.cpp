@@ -190,8 +190,9 @@ void MainWindow::onRenameLabel()
     for (int i = 0; i < images.size(); ++i) {
         ImageAnnotations& record = images[i];
         // Images whose files were never read (the background scan only collects names)
-        // are read now, so the rename reaches every file of the dataset.
-        if (record.boxes.isEmpty() && QFileInfo::exists(record.xmlPath) && !VocXml::load(record))
+        // are read now, so the rename reaches every file of the dataset. A missing file
+        // leaves the record empty, and so does an unreadable or malformed one.
+        if (record.boxes.isEmpty() && !VocXml::load(record))
             record.boxes.clear();
         int changed = 0;
         for (BoxAnnotation& shape : record.boxes) {
@@ -225,6 +226,7 @@ void MainWindow::onRenameLabel()
     if (hasCurrentImage()) {
         canvas->setBoxes(images[currentIndex].boxes);
         refreshAnnotationsPanel();
+        updateStatusLabel();
     }
 
     UserPrompts::current().information(
@@ -274,7 +276,7 @@ void MainWindow::onRemoveLabel()
         this, QMessageBox::Warning, QStringLiteral("Confirm Removal"),
         QStringLiteral("Are you sure you want to globally delete all annotations\n"
                        "for the selected label: <b>%1</b>?")
-            .arg(name.toHtmlEscaped()),
+            .arg(name),
         QStringLiteral("This will remove the label and all its bounding boxes from every image. "
                        "This cannot be undone."),
         choices, 1);
@@ -316,6 +318,7 @@ void MainWindow::onRemoveLabel()
     if (hasCurrentImage()) {
         canvas->setBoxes(images[currentIndex].boxes);
         refreshAnnotationsPanel();
+        updateStatusLabel();
     }
 
     UserPrompts::current().information(
