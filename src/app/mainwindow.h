@@ -38,6 +38,9 @@ public:
     void updateImageListItem(int row);
     void loadImageAt(int row);
     void saveAnnotationsFor(int index);
+    // Writes the files of several images with one disk flush for all of them; each file
+    // that cannot be written gets its own "Save error".
+    void saveAnnotationsForAll(const QList<int>& indices);
     void pushUndo();
     void refreshAnnotationsPanel();
     void updateStatusLabel();
@@ -46,7 +49,7 @@ public:
     void applyLabels();
     void copySelection();
     void paste();
-    // Adds the label names used by every image (in memory or on disk) to the label list.
+    // Adds the label names found in the dataset's annotation files to the label list.
     void syncClassComboFromAnnotations();
     // Reports an import's result and brings the canvas, list and labels up to date.
     void doAfterImport(bool ok, const QString& message);

@@ -187,6 +187,7 @@ void MainWindow::onRenameLabel()
     QApplication::setOverrideCursor(Qt::WaitCursor);
     int shapeCount = 0;
     int imageCount = 0;
+    QList<int> toSave;
     for (int i = 0; i < images.size(); ++i) {
         ImageAnnotations& record = images[i];
         // Images whose files were never read (the background scan only collects names)
@@ -208,9 +209,10 @@ void MainWindow::onRenameLabel()
         record.dirty = true;
         if (i == currentIndex)
             canvas->setBoxes(record.boxes);
-        // A failed write is reported by saveAnnotationsFor; the others still go ahead.
-        saveAnnotationsFor(i);
+        toSave.append(i);
     }
+    // A file that cannot be written is reported on its own; the others still go ahead.
+    saveAnnotationsForAll(toSave);
     QApplication::restoreOverrideCursor();
 
     for (LabelDef& label : labels) {
@@ -287,6 +289,7 @@ void MainWindow::onRemoveLabel()
     QApplication::setOverrideCursor(Qt::WaitCursor);
     int shapeCount = 0;
     int imageCount = 0;
+    QList<int> toSave;
     // Only shapes held in memory: files never read keep the label.
     for (int i = 0; i < images.size(); ++i) {
         ImageAnnotations& record = images[i];
@@ -298,7 +301,7 @@ void MainWindow::onRemoveLabel()
             record.dirty = true;
             if (i == currentIndex)
                 canvas->setBoxes(record.boxes);
-            saveAnnotationsFor(i);
+            toSave.append(i);
         } else {
             if (QFileInfo::exists(record.xmlPath))
                 QFile::remove(record.xmlPath);
@@ -308,6 +311,7 @@ void MainWindow::onRemoveLabel()
         shapeCount += int(removed);
         ++imageCount;
     }
+    saveAnnotationsForAll(toSave);
     QApplication::restoreOverrideCursor();
 
     labels.removeIf([&name](const LabelDef& label) { return label.name == name; });

@@ -21,6 +21,7 @@
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
 #include "model/labelscan.h"
+#include "model/atomicbatch.h"
 #include "model/vocxml.h"
 #include "ui/userprompts.h"
 
@@ -283,6 +284,41 @@ void MainWindow::saveAnnotationsFor(int index)
     } else {
         UserPrompts::current().warning(this, QStringLiteral("Save error"),
                                        QStringLiteral("Could not write:\n") + record.xmlPath);
+    }
+}
+
+void MainWindow::saveAnnotationsForAll(const QList<int>& indices)
+{
+    const QString folderName = QDir(imagesFolder).dirName();
+    auto reportFailure = [this](const QString& xmlPath) {
+        UserPrompts::current().warning(this, QStringLiteral("Save error"),
+                                       QStringLiteral("Could not write:\n") + xmlPath);
+    };
+
+    AtomicBatch batch;
+    QList<int> staged;
+    for (int index : indices) {
+        if (index < 0 || index >= images.size())
+            continue;
+        ImageAnnotations& record = images[index];
+        if (index == currentIndex)
+            record.boxes = canvas->boxes();
+        if (batch.stage(record.xmlPath, VocXml::toXml(record, folderName)))
+            staged.append(index);
+        else
+            reportFailure(record.xmlPath);
+    }
+    batch.commit();
+
+    const QStringList failed = batch.failedPaths();
+    for (int index : std::as_const(staged)) {
+        ImageAnnotations& record = images[index];
+        if (failed.contains(record.xmlPath)) {
+            reportFailure(record.xmlPath);
+            continue;
+        }
+        record.dirty = false;
+        updateImageListItem(index);
     }
 }
 

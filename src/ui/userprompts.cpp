@@ -10,6 +10,22 @@ namespace {
 
 UserPrompts* installedPrompts = nullptr;
 
+// QMessageBox only looks for markup before the first line break, so a message whose
+// <b> stands on a later line would show its tags. Such texts are shown as rich text.
+void setMessageText(QMessageBox& box, const QString& text)
+{
+    box.setText(text);
+    if (!Qt::mightBeRichText(text) && text.contains(QLatin1String("</b>")))
+        box.setTextFormat(Qt::RichText);
+}
+
+void showMessage(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox box(icon, title, QString(), QMessageBox::Ok, parent);
+    setMessageText(box, text);
+    box.exec();
+}
+
 } // namespace
 
 UserPrompts& UserPrompts::current()
@@ -25,17 +41,17 @@ void UserPrompts::install(UserPrompts* prompts)
 
 void QtUserPrompts::information(QWidget* parent, const QString& title, const QString& text)
 {
-    QMessageBox::information(parent, title, text);
+    showMessage(QMessageBox::Information, parent, title, text);
 }
 
 void QtUserPrompts::warning(QWidget* parent, const QString& title, const QString& text)
 {
-    QMessageBox::warning(parent, title, text);
+    showMessage(QMessageBox::Warning, parent, title, text);
 }
 
 void QtUserPrompts::critical(QWidget* parent, const QString& title, const QString& text)
 {
-    QMessageBox::critical(parent, title, text);
+    showMessage(QMessageBox::Critical, parent, title, text);
 }
 
 QMessageBox::StandardButton QtUserPrompts::question(QWidget* parent, const QString& title,
@@ -50,7 +66,8 @@ int QtUserPrompts::choose(QWidget* parent, QMessageBox::Icon icon, const QString
                           const QString& text, const QString& informativeText,
                           const QList<Choice>& buttons, int defaultIndex)
 {
-    QMessageBox box(icon, title, text, QMessageBox::NoButton, parent);
+    QMessageBox box(icon, title, QString(), QMessageBox::NoButton, parent);
+    setMessageText(box, text);
     if (!informativeText.isEmpty())
         box.setInformativeText(informativeText);
     QList<QPushButton*> pushButtons;
