@@ -11,8 +11,11 @@
 #include <QTextStream>
 
 #include <cstdio>
-#include <ctime>
 #include <functional>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "formats/converterrules.h"
 #include "formats/exportimport.h"
@@ -78,24 +81,54 @@ double timeMs(const std::function<void()>& work)
     return timer.nsecsElapsed() / 1e6;
 }
 
-// Wall time and process CPU time: writing 10,000 files through QSaveFile waits on one
-// fsync per file, so the wall time of an export is mostly the disk's.
-void timeConverter(const char* name, const std::function<void()>& work)
+// Wall time and the process's user and system CPU time: most of an export's wall time
+// is the file system's (creating files, the flush of the batch), not the converter's.
+double timeConverter(const char* name, const std::function<void()>& work)
 {
-    const std::clock_t cpuStart = std::clock();
+    rusage before {};
+    rusage after {};
+    ::getrusage(RUSAGE_SELF, &before);
     const double wall = timeMs(work);
-    const double cpu = double(std::clock() - cpuStart) * 1000.0 / CLOCKS_PER_SEC;
-    std::printf("%s_ms: %.3f\n%s_cpu_ms: %.3f\n", name, wall, name, cpu);
+    ::getrusage(RUSAGE_SELF, &after);
+    const auto ms = [](const timeval& a, const timeval& b) {
+        return (b.tv_sec - a.tv_sec) * 1000.0 + (b.tv_usec - a.tv_usec) / 1000.0;
+    };
+    std::printf("%s_ms: %.3f\n%s_user_ms: %.3f\n%s_sys_ms: %.3f\n", name, wall, name,
+                ms(before.ru_utime, after.ru_utime), name, ms(before.ru_stime, after.ru_stime));
     std::fflush(stdout);
+    return wall;
 }
 
+// The floor for any export of one file per image: kImages files of the size of a label
+// file written with plain POSIX calls (temporary name, write, close, rename), no flush.
+// Returns false when a call fails.
+bool rawWriteFiles(const QString& folder, const QByteArray& bytes)
+{
+    const QByteArray base = QFile::encodeName(folder);
+    char temp[4096];
+    char target[4096];
+    for (int i = 0; i < kImages; ++i) {
+        std::snprintf(temp, sizeof temp, "%s/img_%05d.txt.tmp", base.constData(), i);
+        std::snprintf(target, sizeof target, "%s/img_%05d.txt", base.constData(), i);
+        const int fd = ::open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        if (fd < 0)
+            return false;
+        const bool written = ::write(fd, bytes.constData(), size_t(bytes.size())) == bytes.size();
+        if (::close(fd) != 0 || !written || std::rename(temp, target) != 0)
+            return false;
+    }
+    return true;
+}
+
+// A smooth picture: a few hundred KB per file instead of MBs of noise, so that writing
+// the thousand files does not dominate the run.
 QByteArray encodedImage(const char* format)
 {
     QImage image(4000, 3000, QImage::Format_RGB32);
     for (int y = 0; y < image.height(); ++y) {
         auto* line = reinterpret_cast<QRgb*>(image.scanLine(y));
         for (int x = 0; x < image.width(); ++x)
-            line[x] = qRgb((x * 7 + y) & 0xFF, (y * 3) & 0xFF, ((x ^ y) * 5) & 0xFF);
+            line[x] = qRgb(x * 255 / (image.width() - 1), y * 255 / (image.height() - 1), ((x + y) >> 4) & 0xFF);
     }
     QByteArray bytes;
     QBuffer buffer(&bytes);
@@ -117,18 +150,45 @@ int main(int argc, char** argv)
     const QList<ImageAnnotations> images = makeImages(labels);
 
     ExportImportResult result;
-    timeConverter("yolo_export", [&] { result = ExportImport::exportYolo(images, labels, dir.filePath("yolo")); });
+    // Creating files costs far more than replacing them on this kind of file system: the
+    // plain POSIX floor for creating as many files, next to the export into a fresh and
+    // into a filled folder.
+    const QString rawDir = dir.filePath("raw");
+    QDir().mkpath(rawDir);
+    bool rawOk = true;
+    const double rawCreateMs =
+        timeMs([&] { rawOk = rawWriteFiles(rawDir, QByteArray(kBoxesPerImage * 40, 'x')); });
+    if (!rawOk)
+        return 8;
+    print("raw_posix_create_files_ms", rawCreateMs);
+
+    const double yoloFreshMs = timeConverter(
+        "yolo_export", [&] { result = ExportImport::exportYolo(images, labels, dir.filePath("yolo")); });
     if (result.count != kImages)
         return 2;
+    const double yoloOverwriteMs = timeConverter(
+        "yolo_export_overwrite", [&] { result = ExportImport::exportYolo(images, labels, dir.filePath("yolo")); });
+    if (result.count != kImages)
+        return 2;
+    print("yolo_export_over_raw_create_x", yoloFreshMs / rawCreateMs);
+    print("yolo_export_overwrite_over_raw_create_x", yoloOverwriteMs / rawCreateMs);
+
     QList<ImageAnnotations> target = emptied(images);
     QList<LabelDef> targetLabels = labels;
     timeConverter("yolo_import", [&] { result = ExportImport::importYolo(target, targetLabels, dir.filePath("yolo")); });
     if (result.count != kImages || target.at(kImages - 1).boxes.size() != kBoxesPerImage)
         return 3;
 
-    timeConverter("dota_export", [&] { result = ExportImport::exportDota(images, dir.filePath("dota")); });
+    const double dotaFreshMs = timeConverter(
+        "dota_export", [&] { result = ExportImport::exportDota(images, dir.filePath("dota")); });
     if (result.count != kImages)
         return 4;
+    const double dotaOverwriteMs = timeConverter(
+        "dota_export_overwrite", [&] { result = ExportImport::exportDota(images, dir.filePath("dota")); });
+    if (result.count != kImages)
+        return 4;
+    print("dota_export_over_raw_create_x", dotaFreshMs / rawCreateMs);
+    print("dota_export_overwrite_over_raw_create_x", dotaOverwriteMs / rawCreateMs);
     target = emptied(images);
     timeConverter("dota_import", [&] { result = ExportImport::importDota(target, targetLabels, dir.filePath("dota")); });
     if (result.count != kImages || target.first().boxes != images.first().boxes)

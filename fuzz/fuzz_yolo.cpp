@@ -93,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         }
     }
 
-    // The export of what arrived; rarely, since each written file is synced to disk.
+    // The export of what arrived; rarely, since every export flushes the file system.
     static unsigned runs = 0;
     if (++runs % 64 == 0)
         ExportImport::exportYolo(images, labelList, workDir().filePath(QStringLiteral("out")));

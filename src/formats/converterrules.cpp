@@ -10,6 +10,7 @@
 #include <QImageReader>
 #include <QSaveFile>
 
+#include "model/atomicbatch.h"
 #include "model/labelpalette.h"
 
 namespace ConverterRules {
@@ -179,26 +180,11 @@ bool readTextLines(const QString& path, QStringList* lines)
     return true;
 }
 
+// Not AtomicBatch::writeFile: that one reports only success, and callers may want
+// QSaveFile's reason for a failure.
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        if (error)
-            *error = file.errorString();
-        return false;
-    }
-    if (file.write(bytes) != bytes.size()) {
-        if (error)
-            *error = file.errorString();
-        file.cancelWriting();
-        return false;
-    }
-    if (!file.commit()) {
-        if (error)
-            *error = file.errorString();
-        return false;
-    }
-    return true;
+    return AtomicBatch::writeFile(path, bytes, error);
 }
 
 } // namespace ConverterRules

@@ -10,6 +10,8 @@
 
 #include "model/annotation.h"
 
+class AtomicBatch;
+
 // Rules shared by every converter.
 namespace ConverterRules {
 
@@ -59,5 +61,6 @@ bool readTextLines(const QString& path, QStringList* lines);
 
 // Writes bytes to path atomically (temporary file renamed over the target).
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error = nullptr);
+
 
 } // namespace ConverterRules

@@ -9,6 +9,7 @@
 #include <QTextStream>
 
 #include "formats/converterrules.h"
+#include "model/atomicbatch.h"
 
 namespace ExportImport {
 
@@ -69,6 +70,8 @@ ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
     QDir().mkpath(labelsFolder);
     QDir().mkpath(outputFolder + QStringLiteral("/images"));
 
+    // One flush for the whole labels folder instead of one per file.
+    AtomicBatch batch;
     int files = 0;
     for (const ImageAnnotations& image : images) {
         // Only the stored size counts here; images without one are left out.
@@ -101,10 +104,11 @@ ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
 
         const QString path =
             labelsFolder + QFileInfo(image.imagePath).completeBaseName() + QStringLiteral(".txt");
-        if (!ConverterRules::writeFileAtomically(path, text.toUtf8()))
-            continue;
-        ++files;
+        if (batch.stage(path, text.toUtf8()))
+            ++files;
     }
+    batch.commit();
+    files -= int(batch.failedPaths().size());
 
     QString yaml = QStringLiteral("path: ") + outputFolder
         + QStringLiteral("\ntrain: images\nval: images\n\nnames:\n");

@@ -46,6 +46,9 @@ AtomicBatch::~AtomicBatch()
 
 bool AtomicBatch::stage(const QString& path, const QByteArray& bytes)
 {
+    const QFileInfo target(path);
+    if (target.exists() && target.isFile() && !target.isWritable())
+        return false;
     const QString temp = tempNameFor(path);
     QFile file(temp);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::NewOnly))
@@ -99,14 +102,17 @@ bool AtomicBatch::commit()
     return m_failed.isEmpty();
 }
 
-bool AtomicBatch::writeFile(const QString& path, const QByteArray& bytes)
+bool AtomicBatch::writeFile(const QString& path, const QByteArray& bytes, QString* error)
 {
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    if (file.write(bytes) != bytes.size()) {
+    bool ok = file.open(QIODevice::WriteOnly);
+    if (ok && file.write(bytes) != bytes.size()) {
+        ok = false;
         file.cancelWriting();
-        return false;
     }
-    return file.commit();
+    if (ok)
+        ok = file.commit();
+    if (!ok && error)
+        *error = file.errorString();
+    return ok;
 }

@@ -20,7 +20,9 @@ public:
     ~AtomicBatch();
 
     // Writes bytes to a temporary file beside path. Returns false (and stages nothing)
-    // when the temporary file cannot be created or written.
+    // when the target exists but may not be written (renaming over a read-only file
+    // would succeed where opening it fails), or when the temporary file cannot be
+    // created or written.
     bool stage(const QString& path, const QByteArray& bytes);
 
     // Flushes and renames every staged file over its target. Returns false when any
@@ -31,8 +33,9 @@ public:
     int stagedCount() const { return m_entries.size(); }
     const QStringList& failedPaths() const { return m_failed; }
 
-    // One file, written and flushed beside its target, then renamed over it.
-    static bool writeFile(const QString& path, const QByteArray& bytes);
+    // One file, written and flushed beside its target, then renamed over it. On failure
+    // *error (when given) holds the reason.
+    static bool writeFile(const QString& path, const QByteArray& bytes, QString* error = nullptr);
 
 private:
     struct Entry {

@@ -3,6 +3,7 @@
 #include <QBuffer>
 #include <QImage>
 #include <QImageReader>
+#include <QImageWriter>
 #include <QTemporaryDir>
 
 #include <climits>
@@ -11,6 +12,7 @@
 
 #include "formats/converterrules.h"
 #include "model/labelpalette.h"
+
 
 using namespace ConverterRules;
 
@@ -45,6 +47,19 @@ QByteArray jpegWithOrientation(int w, int h, int orientation)
     app1 += payload;
     jpeg.insert(2, app1); // right after SOI
     return jpeg;
+}
+
+// A TIFF of w x h pixels whose orientation tag says `transformation`.
+QByteArray tiffWithTransformation(int w, int h, QImageIOHandler::Transformations transformation)
+{
+    QImage image(w, h, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    QByteArray tiff;
+    QBuffer buffer(&tiff);
+    buffer.open(QIODevice::WriteOnly);
+    QImageWriter writer(&buffer, "tiff");
+    writer.setTransformation(transformation);
+    return writer.write(image) ? tiff : QByteArray();
 }
 
 bool writeBytes(const QString& path, const QByteArray& bytes)
@@ -102,10 +117,34 @@ void TestConverterRules::imageSizeFromFile_data()
     QTest::newRow("png") << "a.png" << png << QSize(30, 20);
     QTest::newRow("jpeg without exif") << "a.jpg" << jpegWithOrientation(40, 24, 0) << QSize(40, 24);
     QTest::newRow("orientation 1") << "a.jpg" << jpegWithOrientation(40, 24, 1) << QSize(40, 24);
+    QTest::newRow("orientation 2 (mirror)") << "a.jpg" << jpegWithOrientation(40, 24, 2) << QSize(40, 24);
     QTest::newRow("orientation 3 (180)") << "a.jpg" << jpegWithOrientation(40, 24, 3) << QSize(40, 24);
+    QTest::newRow("orientation 4 (flip)") << "a.jpg" << jpegWithOrientation(40, 24, 4) << QSize(40, 24);
+    QTest::newRow("orientation 5 (transpose)") << "a.jpg" << jpegWithOrientation(40, 24, 5) << QSize(24, 40);
     QTest::newRow("orientation 6 (90)") << "a.jpg" << jpegWithOrientation(40, 24, 6) << QSize(24, 40);
+    QTest::newRow("orientation 7 (transverse)") << "a.jpg" << jpegWithOrientation(40, 24, 7) << QSize(24, 40);
     QTest::newRow("orientation 8 (270)") << "a.jpg" << jpegWithOrientation(40, 24, 8) << QSize(24, 40);
-    QTest::newRow("orientation 5 (mirror+90)") << "a.jpg" << jpegWithOrientation(40, 24, 5) << QSize(24, 40);
+    QTest::newRow("orientation out of range") << "a.jpg" << jpegWithOrientation(40, 24, 9) << QSize(40, 24);
+    if (QImageWriter::supportedImageFormats().contains("tiff")) {
+        const struct {
+            const char* name;
+            QImageIOHandler::Transformations transformation;
+        } tiffRows[] = {
+            { "tiff none", QImageIOHandler::TransformationNone },
+            { "tiff mirror", QImageIOHandler::TransformationMirror },
+            { "tiff 180", QImageIOHandler::TransformationRotate180 },
+            { "tiff flip", QImageIOHandler::TransformationFlip },
+            { "tiff flip and 90", QImageIOHandler::TransformationFlipAndRotate90 },
+            { "tiff 90", QImageIOHandler::TransformationRotate90 },
+            { "tiff mirror and 90", QImageIOHandler::TransformationMirrorAndRotate90 },
+            { "tiff 270", QImageIOHandler::TransformationRotate270 },
+        };
+        for (const auto& row : tiffRows) {
+            const bool turned = row.transformation & QImageIOHandler::TransformationRotate90;
+            QTest::newRow(row.name) << "a.tif" << tiffWithTransformation(40, 24, row.transformation)
+                                    << (turned ? QSize(24, 40) : QSize(40, 24));
+        }
+    }
     QTest::newRow("jpeg bytes behind a png name") << "b.png" << jpegWithOrientation(40, 24, 6) << QSize(24, 40);
     QTest::newRow("garbage") << "a.png" << QByteArray("this is no image\n") << QSize(1, 1);
     QTest::newRow("empty file") << "a.jpg" << QByteArray() << QSize(1, 1);

@@ -5,6 +5,8 @@
 
 #include "model/atomicbatch.h"
 
+#include <unistd.h>
+
 class TestAtomicBatch : public QObject {
     Q_OBJECT
 
@@ -77,6 +79,25 @@ private Q_SLOTS:
         QVERIFY(batch.commit());
     }
 
+    // A file the user made read-only is not replaced behind their back.
+    void readOnlyTargetIsNotStaged()
+    {
+        if (::geteuid() == 0)
+            QSKIP("root may write any file");
+        QTemporaryDir dir;
+        const QString path = dir.filePath("locked.txt");
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("old\n");
+        f.close();
+        QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner));
+        AtomicBatch batch;
+        QVERIFY(!batch.stage(path, "new\n"));
+        QCOMPARE(batch.stagedCount(), 0);
+        QVERIFY(batch.commit());
+        QCOMPARE(readAll(path), QByteArray("old\n"));
+    }
+
     void writeFileReplacesContent()
     {
         QTemporaryDir dir;
@@ -84,7 +105,9 @@ private Q_SLOTS:
         QVERIFY(AtomicBatch::writeFile(a, "one"));
         QVERIFY(AtomicBatch::writeFile(a, "two"));
         QCOMPARE(readAll(a), QByteArray("two"));
-        QVERIFY(!AtomicBatch::writeFile(dir.filePath("missing/a.txt"), "x"));
+        QString error;
+        QVERIFY(!AtomicBatch::writeFile(dir.filePath("missing/a.txt"), "x", &error));
+        QVERIFY(!error.isEmpty());
     }
 };
 
