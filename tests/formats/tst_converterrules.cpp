@@ -13,7 +13,6 @@
 #include "formats/converterrules.h"
 #include "model/labelpalette.h"
 
-
 using namespace ConverterRules;
 
 namespace {
