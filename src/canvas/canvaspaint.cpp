@@ -108,6 +108,12 @@ struct ImageCanvas::PaintCache {
     qint64 imageKey = 0; // cacheKey of the pixmap the copies below were made from
     // The image at 1/2, 1/4, ... of its size, made as far as a view has needed them.
     QList<QImage> halves;
+    // The visible part of the shrunk image as the last view showed it, with what it was
+    // made for: repaints that only change shapes copy it instead of filtering again.
+    QImage view;
+    QRect viewArea;
+    double viewScale = 0;
+    QPointF viewOffset;
 
     // --- Labels ---
     // What the styles were made for: fonts, screen resolution and the colour map.
@@ -134,6 +140,7 @@ struct ImageCanvas::PaintCache {
     {
         imageKey = key;
         halves.clear();
+        view = QImage();
     }
 
     // The smallest halving of the image that is still at least `size` large (the image
@@ -362,22 +369,47 @@ void ImageCanvas::paintImage(QPainter& p, const QRect& exposed)
 
     // Shrunk: filtered by the painter from the smallest halving of the image that still
     // has at least as many pixels as the view, so the cost stays near the widget's size
-    // however large the photo is.
+    // however large the photo is. The result for the whole widget is kept until the view
+    // moves, and each paint copies from it.
     PaintCache& cache = *m_paintCache;
     if (cache.imageKey != m_pixmap.cacheKey())
         cache.resetImage(m_pixmap.cacheKey());
+    const QRect area = target.intersected(QRectF(rect())).toAlignedRect();
+    if (area.isEmpty())
+        return;
     const qreal dpr = cache.dpr;
-    const QImage src = cache.sourceFor(
-        m_pixmap, QSize(int(std::ceil(m_pixmap.width() * m_scale * dpr)),
-                        int(std::ceil(m_pixmap.height() * m_scale * dpr))));
-    const double sx = double(src.width()) / m_pixmap.width();
-    const double sy = double(src.height()) / m_pixmap.height();
-    const QRectF source((visible.x() - m_offset.x()) / m_scale * sx,
-                        (visible.y() - m_offset.y()) / m_scale * sy,
-                        visible.width() / m_scale * sx, visible.height() / m_scale * sy);
-    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
-    p.drawImage(visible, src, source);
-    p.setRenderHint(QPainter::SmoothPixmapTransform, false);
+    if (cache.view.isNull() || cache.viewArea != area || cache.viewScale != m_scale
+        || cache.viewOffset != m_offset || cache.view.devicePixelRatio() != dpr) {
+        const QImage src = cache.sourceFor(
+            m_pixmap, QSize(int(std::ceil(m_pixmap.width() * m_scale * dpr)),
+                            int(std::ceil(m_pixmap.height() * m_scale * dpr))));
+        // Made opaque on the background, so that copying it out is a plain blit. The
+        // buffer is reused while the widget keeps its size.
+        if (cache.view.size() != area.size() * dpr)
+            cache.view = QImage(area.size() * dpr, QImage::Format_ARGB32_Premultiplied);
+        QImage& view = cache.view;
+        view.setDevicePixelRatio(dpr);
+        view.fill(BackgroundColour);
+        const QRectF part = target.intersected(QRectF(area));
+        const double sx = double(src.width()) / m_pixmap.width();
+        const double sy = double(src.height()) / m_pixmap.height();
+        const QRectF source((part.x() - m_offset.x()) / m_scale * sx,
+                            (part.y() - m_offset.y()) / m_scale * sy,
+                            part.width() / m_scale * sx, part.height() / m_scale * sy);
+        // Placed by its rectangle rather than by a painter transform: measurably cheaper.
+        QPainter vp(&view);
+        vp.setRenderHint(QPainter::SmoothPixmapTransform, true);
+        vp.drawImage(part.translated(-QPointF(area.topLeft())), src, source);
+        vp.end();
+        cache.viewArea = area;
+        cache.viewScale = m_scale;
+        cache.viewOffset = m_offset;
+    }
+    const QRect shown = area.intersected(exposed);
+    if (shown.isEmpty())
+        return;
+    const QRectF from(QPointF(shown.topLeft() - area.topLeft()) * dpr, QSizeF(shown.size()) * dpr);
+    p.drawImage(QPointF(shown.topLeft()), cache.view, from);
 }
 
 // --- Shapes --------------------------------------------------------------------------------
@@ -483,8 +515,10 @@ void ImageCanvas::drawAnnotation(QPainter& p, const BoxAnnotation& box, bool sel
             for (const QPointF& pt : pts)
                 c += pt;
             c /= n;
-            cache.drawRotationHandle(p, c, c - QPointF(0, RotHandleDistance));
+            // The rotation handle goes over the corner handles, which it may touch on a
+            // narrow box.
             cache.drawPointHandles(p, s, pts.constData(), 4);
+            cache.drawRotationHandle(p, c, c - QPointF(0, RotHandleDistance));
         }
         break;
     }
@@ -520,8 +554,8 @@ void ImageCanvas::drawAnnotation(QPainter& p, const BoxAnnotation& box, bool sel
             // Handles 0 to 3: right, left, bottom and top of the centre, not turned.
             const QPointF handles[4] = {{c.x() + rx, c.y()}, {c.x() - rx, c.y()},
                                         {c.x(), c.y() + ry}, {c.x(), c.y() - ry}};
-            cache.drawRotationHandle(p, handles[3], handles[3] - QPointF(0, EllipseRotHandleGap));
             cache.drawPointHandles(p, s, handles, 4);
+            cache.drawRotationHandle(p, handles[3], handles[3] - QPointF(0, EllipseRotHandleGap));
         }
         break;
     }

@@ -206,6 +206,8 @@ private Q_SLOTS:
     void keypointVisibility();
     void handlesOfSelectedShape_data();
     void handlesOfSelectedShape();
+    void rotationHandleOverPointHandles_data();
+    void rotationHandleOverPointHandles();
     void badgesFollowSelection_data();
     void badgesFollowSelection();
     void pointsInProgress_data();
@@ -525,7 +527,9 @@ void TestCanvasPaint::handlesOfSelectedShape()
         const QPointF at = w(handles[k]);
         QVERIFY2(darkNear(selected, at, 5), qPrintable(QStringLiteral("handle %1").arg(k)));
         QVERIFY(!darkNear(plain, at, 5));
-        QCOMPARE(selected.pixelColor(at.toPoint()), colour); // filled with the label colour
+        // Filled with the label colour (off the centre line, where an ellipse's rotation
+        // line starts over its top handle).
+        QCOMPARE(selected.pixelColor(at.toPoint() + QPoint(2, 1)), colour);
         QCOMPARE(c->hitTestHandle(at, 0), k);
     }
 
@@ -542,6 +546,37 @@ void TestCanvasPaint::handlesOfSelectedShape()
     // Joined to the shape by a dotted green line.
     const double coverage = lineCoverage(selected, QLineF(w(pivot), knob + QPointF(0, 7)), green);
     QVERIFY2(coverage > 0.15 && coverage < 0.85, qPrintable(QString::number(coverage)));
+}
+
+void TestCanvasPaint::rotationHandleOverPointHandles_data()
+{
+    QTest::addColumn<BoxAnnotation>("box");
+    QTest::addColumn<QRect>("overlap"); // widget pixels where a point handle lies under ...
+    QTest::addColumn<int>("minGreen");  // ... the rotation handle or its dotted line
+
+    // Fitted at 0.8, the image centre (500, 375) is widget (400, 300).
+    // A box 8 x 64 widget pixels: its top corner handles reach into the rotation knob
+    // 30 pixels above the centre.
+    QTest::newRow("narrow rotated box")
+        << rotated(QPointF(500, 375), 10, 80, 0, "car") << QRect(397, 268, 2, 2) << 4;
+    // The dotted line starts at the top of the vertical semi-axis, inside the top handle.
+    QTest::newRow("ellipse")
+        << ellipse(QPointF(500, 375), 150, 80, 0, "car") << QRect(398, 232, 5, 4) << 1;
+}
+
+void TestCanvasPaint::rotationHandleOverPointHandles()
+{
+    QFETCH(BoxAnnotation, box);
+    QFETCH(QRect, overlap);
+    QFETCH(int, minGreen);
+
+    c->setBoxes({box});
+    c->setSelectedIndex(0);
+    QCOMPARE(c->scale(), 0.8);
+    const QImage img = shot();
+    QVERIFY(countColour(img, overlap.adjusted(-6, -6, 6, 6), Car, 0) > 0);
+    const int green = countColour(img, overlap, QColor(0, 255, 0), 0);
+    QVERIFY2(green >= minGreen, qPrintable(QString::number(green)));
 }
 
 // --- Badges and select-all --------------------------------------------------------------------
@@ -768,12 +803,18 @@ void TestCanvasPaint::shrunkImageMatchesTransform_data()
     QTest::addColumn<QSize>("imageSize");
     QTest::addColumn<int>("zoomSteps"); // negative: zoom out
     QTest::addColumn<bool>("background");
+    QTest::addColumn<QPoint>("pan");    // right-drag after the first look (null: none)
 
-    QTest::newRow("fitted, half size") << QSize(1600, 1200) << 0 << false;
-    QTest::newRow("fitted, a fifth") << QSize(4000, 3000) << 0 << false;
-    QTest::newRow("one step in") << QSize(1600, 1200) << 1 << false;
-    QTest::newRow("zoomed out") << QSize(1600, 1200) << -2 << true;
-    QTest::newRow("a fifth, zoomed out") << QSize(4000, 3000) << -2 << true;
+    QTest::newRow("fitted, half size") << QSize(1600, 1200) << 0 << false << QPoint();
+    QTest::newRow("fitted, a fifth") << QSize(4000, 3000) << 0 << false << QPoint();
+    QTest::newRow("one step in") << QSize(1600, 1200) << 1 << false << QPoint();
+    QTest::newRow("zoomed out") << QSize(1600, 1200) << -2 << true << QPoint();
+    QTest::newRow("a fifth, zoomed out") << QSize(4000, 3000) << -2 << true << QPoint();
+    // Still covering the whole widget after the pan: the visible area keeps its size.
+    QTest::newRow("two steps in, then panned")
+        << QSize(4000, 3000) << 2 << false << QPoint(-130, 57);
+    QTest::newRow("zoomed out, then panned")
+        << QSize(4000, 3000) << -1 << true << QPoint(211, -33);
 }
 
 void TestCanvasPaint::shrunkImageMatchesTransform()
@@ -781,13 +822,10 @@ void TestCanvasPaint::shrunkImageMatchesTransform()
     QFETCH(QSize, imageSize);
     QFETCH(int, zoomSteps);
     QFETCH(bool, background);
+    QFETCH(QPoint, pan);
 
-    for (int seed : {1, 2}) {
-        // A second image of the same size must not show the first one's pixels.
-        c->setImage(blocks(imageSize, seed));
-        for (int i = 0; i < std::abs(zoomSteps); ++i)
-            zoomSteps > 0 ? c->zoomIn() : c->zoomOut();
-        QVERIFY(c->scale() < 1.0);
+    // Compares the painted image with the view transform, away from block borders.
+    auto check = [&](int seed, bool expectBackground) {
         const QImage img = shot();
         int inside = 0;
         int outside = 0;
@@ -803,20 +841,48 @@ void TestCanvasPaint::shrunkImageMatchesTransform()
                     if (fx < margin || fx > 1 - margin || fy < margin || fy > 1 - margin)
                         continue;
                     const QColor want = blockColour(int(p.x()) / 100, int(p.y()) / 100, seed);
-                    QVERIFY2(sameColour(got, want, 1),
-                             qPrintable(QStringLiteral("at (%1, %2): %3, expected %4")
-                                            .arg(x).arg(y).arg(got.name(), want.name())));
+                    if (!sameColour(got, want, 1)) {
+                        qWarning("at (%d, %d): %s, expected %s", x, y, qPrintable(got.name()),
+                                 qPrintable(want.name()));
+                        return false;
+                    }
                     ++inside;
                 } else if (p.x() < -3 / c->scale() || p.y() < -3 / c->scale()
                            || p.x() > imageSize.width() + 3 / c->scale()
                            || p.y() > imageSize.height() + 3 / c->scale()) {
-                    QCOMPARE(got, Background);
+                    if (got != Background) {
+                        qWarning("at (%d, %d): %s, expected the background", x, y,
+                                 qPrintable(got.name()));
+                        return false;
+                    }
                     ++outside;
                 }
             }
         }
-        QVERIFY(inside > 100);
-        QCOMPARE(outside > 20, background);
+        return inside > 100 && (outside > 20) == expectBackground;
+    };
+
+    for (int seed : {1, 2}) {
+        // A second image of the same size must not show the first one's pixels.
+        c->setImage(blocks(imageSize, seed));
+        for (int i = 0; i < std::abs(zoomSteps); ++i)
+            zoomSteps > 0 ? c->zoomIn() : c->zoomOut();
+        QVERIFY(c->scale() < 1.0);
+        QVERIFY(check(seed, pan.isNull() ? background : zoomSteps < 0));
+        if (pan.isNull())
+            continue;
+        // The same view moved: the image must follow, not stay where it was painted.
+        const QPoint from(400, 300);
+        QTest::mousePress(c.get(), Qt::RightButton, {}, from);
+        QMouseEvent move(QEvent::MouseMove, QPointF(from + pan), c->mapToGlobal(QPointF(from + pan)),
+                         Qt::NoButton, Qt::RightButton, Qt::NoModifier);
+        QApplication::sendEvent(c.get(), &move);
+        QTest::mouseRelease(c.get(), Qt::RightButton, {}, from + pan);
+        QVERIFY(check(seed, background));
+        // And a zoom step from there, which centres the image again and fills the widget.
+        c->zoomIn();
+        QVERIFY(c->scale() < 1.0);
+        QVERIFY(check(seed, false));
     }
 }
 
