@@ -3,6 +3,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -187,6 +188,8 @@ private Q_SLOTS:
     void renameAcrossDataset_data();
     void renameAcrossDataset();
     void renameReachesUnreadFiles();
+    void renameSkipsUnreadableFiles_data();
+    void renameSkipsUnreadableFiles();
     void renameRefusals_data();
     void renameRefusals();
     void nothingToWorkOn_data();
@@ -309,6 +312,46 @@ void TestLabelOps::renameReachesUnreadFiles()
     QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 10000);
     QCOMPARE_LABELS(w.labels, (Labels{{"object", QColor(0, 220, 220)}, {"hound", kRed}, {"cat", kGreen}}));
     QCOMPARE_LABELS(labelFile(w), w.labels);
+}
+
+void TestLabelOps::renameSkipsUnreadableFiles_data()
+{
+    QTest::addColumn<bool>("folder");
+    QTest::newRow("malformed file") << false;
+    QTest::newRow("folder in its place") << true;
+}
+
+void TestLabelOps::renameSkipsUnreadableFiles()
+{
+    QFETCH(bool, folder);
+    QTemporaryDir dir;
+    makeDataset(dir, {{"A"}, {}, {"A", "B"}});
+    const QString broken = dir.filePath("annotations/b.xml");
+    // The shape before the error must not be renamed into a rewritten file either.
+    const QByteArray malformed =
+        "<annotation><object><name>A</name><bndbox><xmin>1</xmin><ymin>1</ymin>"
+        "<xmax>3</xmax><ymax>4</ymax></bndbox></object><object><name>A</name>";
+    QVERIFY(folder ? QDir().mkdir(broken) : writeBytes(broken, malformed));
+    writeLabelFile(dir, {{"A", kRed}, {"B", kGreen}});
+    ScriptedPrompts prompts;
+    MainWindow w;
+    QVERIFY(w.openDataset(dir.path()));
+
+    answerRename(prompts, "A", "Z");
+    QVERIFY(run(w, "onRenameLabel"));
+
+    QVERIFY(prompts.callsOf("warning").isEmpty());
+    QCOMPARE(prompts.last().title, QStringLiteral("Rename complete"));
+    QCOMPARE(prompts.last().text, QStringLiteral("Renamed label \"A\" to \"Z\".\n"
+                                                 "2 bounding box(es) in 2 image(s) updated."));
+    QVERIFY(w.images[1].boxes.isEmpty());
+    QVERIFY(!w.images[1].dirty);
+    if (folder)
+        QVERIFY(QFileInfo(broken).isDir());
+    else
+        QCOMPARE(readBytes(broken), malformed);
+    QCOMPARE(labelsOnDisk(w.images[0].xmlPath), QStringList{"Z"});
+    QCOMPARE(labelsOnDisk(w.images[2].xmlPath), (QStringList{"Z", "B"}));
 }
 
 void TestLabelOps::renameRefusals_data()
