@@ -31,14 +31,14 @@ test: build
 
 bench: build
 	@set -e; for b in $(BUILD_DIR)/bench/bench_*; do \
-	  [ -x "$$b" ] || continue; echo "== $$b"; QT_QPA_PLATFORM=offscreen "$$b"; done
+	  [ -f "$$b" ] && [ -x "$$b" ] || continue; echo "== $$b"; QT_QPA_PLATFORM=offscreen "$$b"; done
 
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DBRINDLE_BUILD_FUZZ=ON -DBRINDLE_BUILD_TESTS=OFF -DBRINDLE_BUILD_BENCH=OFF
 	cmake --build $(FUZZ_DIR) -j $(JOBS)
 	@set -e; for f in $(FUZZ_DIR)/fuzz/fuzz_*; do \
-	  [ -x "$$f" ] || continue; name=$$(basename $$f); corpus=$(FUZZ_DIR)/corpus/$$name; \
+	  [ -f "$$f" ] && [ -x "$$f" ] || continue; name=$$(basename $$f); corpus=$(FUZZ_DIR)/corpus/$$name; \
 	  mkdir -p $$corpus; echo "== $$name for $(FUZZ_SECONDS) s"; \
 	  "$$f" -max_total_time=$(FUZZ_SECONDS) -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
 	    $$corpus fuzz/corpus/$$name; done
