@@ -182,7 +182,7 @@ ExportImportResult parseCocoDocument(QList<ImageAnnotations>& images, QList<Labe
     }
 
     // The image size rule may read an image header; read each image at most once.
-    QHash<int, QSize> sizes;
+    ConverterRules::BoxImporter importer(images);
     int added = 0;
     const QJsonArray annotations = root.value(QStringLiteral("annotations")).toArray();
     for (const QJsonValue& value : annotations) {
@@ -208,13 +208,7 @@ ExportImportResult parseCocoDocument(QList<ImageAnnotations>& images, QList<Labe
         const QRect rect(QPoint(int(x), int(y)),
                          QPoint(ConverterRules::toIntSafe(x + w - 1), ConverterRules::toIntSafe(y + h - 1)));
 
-        auto sizeIt = sizes.find(imageIndex);
-        if (sizeIt == sizes.end())
-            sizeIt = sizes.insert(imageIndex, ConverterRules::imageSize(images.at(imageIndex)));
-        const QRect clamped = ConverterRules::clampToImage(rect, sizeIt->width(), sizeIt->height());
-        ImageAnnotations& image = images[imageIndex];
-        image.boxes.append(ConverterRules::makeImportedBox(name, clamped));
-        image.dirty = true;
+        importer.add(imageIndex, name, rect);
         ++added;
     }
 

@@ -187,4 +187,14 @@ bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* 
     return AtomicBatch::writeFile(path, bytes, error);
 }
 
+void BoxImporter::add(int imageIndex, const QString& label, const QRect& rect)
+{
+    auto size = m_sizes.find(imageIndex);
+    if (size == m_sizes.end())
+        size = m_sizes.insert(imageIndex, imageSize(m_images.at(imageIndex)));
+    ImageAnnotations& image = m_images[imageIndex];
+    image.boxes.append(makeImportedBox(label, clampToImage(rect, size->width(), size->height())));
+    image.dirty = true;
+}
+
 } // namespace ConverterRules

@@ -59,6 +59,18 @@ int parseInt(QStringView text);
 // as "\n", invalid bytes replaced); false when the file cannot be opened.
 bool readTextLines(const QString& path, QStringList* lines);
 
+// Appends imported bounding boxes to image records: clamps each rectangle to its
+// image (whose size is looked up at most once per import) and marks the record dirty.
+class BoxImporter {
+public:
+    explicit BoxImporter(QList<ImageAnnotations>& images) : m_images(images) {}
+    void add(int imageIndex, const QString& label, const QRect& rect);
+
+private:
+    QList<ImageAnnotations>& m_images;
+    QHash<int, QSize> m_sizes;
+};
+
 // Writes bytes to path atomically (temporary file renamed over the target).
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error = nullptr);
 

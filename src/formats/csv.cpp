@@ -63,7 +63,7 @@ ExportImportResult importCsv(QList<ImageAnnotations>& images, QList<LabelDef>& l
     for (int i = 0; i < images.size(); ++i)
         byFileName.insert(QFileInfo(images.at(i).imagePath).fileName(), i);
 
-    QHash<int, QSize> sizes;
+    ConverterRules::BoxImporter importer(images);
     int imported = 0;
     // The first line is the header and is never read as data.
     for (qsizetype n = 1; n < lines.size(); ++n) {
@@ -83,14 +83,7 @@ ExportImportResult importCsv(QList<ImageAnnotations>& images, QList<LabelDef>& l
 
         const QRect rect(QPoint(ConverterRules::parseInt(fields.at(4)), ConverterRules::parseInt(fields.at(5))),
                          QPoint(ConverterRules::parseInt(fields.at(6)), ConverterRules::parseInt(fields.at(7))));
-        auto sizeIt = sizes.find(index);
-        if (sizeIt == sizes.end())
-            sizeIt = sizes.insert(index, ConverterRules::imageSize(images.at(index)));
-        const QRect clamped = ConverterRules::clampToImage(rect, sizeIt->width(), sizeIt->height());
-
-        ImageAnnotations& image = images[index];
-        image.boxes.append(ConverterRules::makeImportedBox(label, clamped));
-        image.dirty = true;
+        importer.add(index, label, rect);
         ++imported;
     }
 
