@@ -7,7 +7,7 @@
 #include <QMouseEvent>
 #include <QVBoxLayout>
 
-#include "app/imagelistwidget.h"
+#include "ui/imagelistdelegate.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <QTest>
 #include <QTimer>
 
-#include "app/imagelistwidget.h"
+#include "ui/imagelistdelegate.h"
 #include "labels/annotationspanel.h"
 
 Q_DECLARE_METATYPE(BoxAnnotation)
