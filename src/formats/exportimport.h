@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include <QColor>
 #include <QJsonObject>
 #include <QList>
@@ -53,12 +51,5 @@ ExportImportResult importObjectNames(QList<LabelDef>& labels, const QString& inp
 ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
                                   const QMap<QString, QStringList>& keypointOrder,
                                   const QStringList& classNames, const QString& outputFolder);
-
-// Returns false from the callback to cancel.
-using ProgressCallback = std::function<bool(int done, int total)>;
-ExportImportResult exportCollage(const QList<ImageAnnotations>& images,
-                                 const QMap<QString, QColor>& labelColors, int imageCount,
-                                 bool randomise, const QString& outputFile,
-                                 const ProgressCallback& progress);
 
 } // namespace ExportImport
