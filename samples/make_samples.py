@@ -119,7 +119,7 @@ def main():
         obj("person", "bndbox", ["    <bndbox>", "      <xmin>280</xmin>", "      <ymin>183</ymin>",
                                  "      <xmax>320</xmax>", "      <ymax>292</ymax>", "    </bndbox>"]),
         obj("road", "polygon", pts("polygon", [(0, 264), (639, 264), (639, 425), (0, 425)])),
-        obj("lane", "line", ["    <line>", "      <x1>20.00</x1>", "      <y1>344.00</y1>",
+        obj("lane", "line", ["    <line>", "      <x1>330.00</x1>", "      <y1>344.00</y1>",
                              "      <x2>610.00</x2>", "      <y2>344.00</y2>", "    </line>"]),
     ])
 
