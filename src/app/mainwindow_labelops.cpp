@@ -213,6 +213,10 @@ void MainWindow::onRenameLabel()
     }
     // A file that cannot be written is reported on its own; the others still go ahead.
     saveAnnotationsForAll(toSave);
+    // The snapshots still hold the old label; undoing into them would bring it back
+    // into one image after the whole dataset dropped it.
+    undoStack.clear();
+    redoStack.clear();
     QApplication::restoreOverrideCursor();
 
     for (LabelDef& label : labels) {
@@ -312,6 +316,10 @@ void MainWindow::onRemoveLabel()
         ++imageCount;
     }
     saveAnnotationsForAll(toSave);
+    // The snapshots still hold the old label; undoing into them would bring it back
+    // into one image after the whole dataset dropped it.
+    undoStack.clear();
+    redoStack.clear();
     QApplication::restoreOverrideCursor();
 
     labels.removeIf([&name](const LabelDef& label) { return label.name == name; });

@@ -197,6 +197,8 @@ private Q_SLOTS:
     void removeLabel_data();
     void removeLabel();
     void removeOnlyLabelLeavesObject();
+    void datasetChangeEndsHistory_data();
+    void datasetChangeEndsHistory();
     void unwritableFileReportedPerFile_data();
     void unwritableFileReportedPerFile();
     void changeOneShape_data();
@@ -505,6 +507,40 @@ void TestLabelOps::removeLabel()
     QCOMPARE(comboItems(w), (QStringList{"object", "B"}));
     QCOMPARE_LABELS(labelFile(w), w.labels);
     QCOMPARE(w.labels.size(), 2);
+}
+
+void TestLabelOps::datasetChangeEndsHistory_data()
+{
+    QTest::addColumn<bool>("rename");
+    QTest::newRow("rename") << true;
+    QTest::newRow("remove") << false;
+}
+
+// Undo after a dataset-wide change must not bring the old label back into one image.
+void TestLabelOps::datasetChangeEndsHistory()
+{
+    QFETCH(bool, rename);
+    QTemporaryDir dir;
+    makeDataset(dir, {{"A", "B"}, {"A"}});
+    ScriptedPrompts prompts;
+    MainWindow w;
+    QVERIFY(w.openDataset(dir.path()));
+    QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
+    w.pushUndo();
+    QCOMPARE(w.undoStack.size(), 1);
+
+    if (rename)
+        answerRename(prompts, "A", "C");
+    else
+        answerRemove(prompts, "A", true);
+    QVERIFY(run(w, rename ? "onRenameLabel" : "onRemoveLabel"));
+
+    QVERIFY(w.undoStack.isEmpty());
+    QVERIFY(w.redoStack.isEmpty());
+    QVERIFY(run(w, "onUndo"));
+    const QStringList expected = rename ? QStringList{"C", "B"} : QStringList{"B"};
+    QCOMPARE(labelsOf(w.canvas->boxes()), expected);
+    QCOMPARE(labelsOnDisk(w.images[0].xmlPath), expected);
 }
 
 void TestLabelOps::removeOnlyLabelLeavesObject()
