@@ -13,32 +13,9 @@
 
 #include "formats/exportimport.h"
 #include "model/labelpalette.h"
+#include "support/records.h"
 
 namespace {
-
-BoxAnnotation shape(const QString& label, ShapeType type, const QList<QPointF>& points)
-{
-    BoxAnnotation b;
-    b.label = label;
-    b.type = type;
-    b.points = points;
-    return b;
-}
-
-BoxAnnotation box(const QString& label, double x0, double y0, double x1, double y1)
-{
-    return shape(label, ShapeType::BoundingBox, {QPointF(x0, y0), QPointF(x1, y1)});
-}
-
-ImageAnnotations image(const QString& path, int w, int h, const QList<BoxAnnotation>& boxes = {})
-{
-    ImageAnnotations img;
-    img.imagePath = path;
-    img.width = w;
-    img.height = h;
-    img.boxes = boxes;
-    return img;
-}
 
 QList<LabelDef> labelList(const QStringList& names)
 {
@@ -46,14 +23,6 @@ QList<LabelDef> labelList(const QStringList& names)
     for (const QString& n : names)
         LabelPalette::appendIfMissing(labels, n);
     return labels;
-}
-
-QStringList labelNames(const QList<LabelDef>& labels)
-{
-    QStringList names;
-    for (const LabelDef& l : labels)
-        names << l.name;
-    return names;
 }
 
 // "image:label:(x0,y0)-(x1,y1)" for every imported box, so a table row can name them.

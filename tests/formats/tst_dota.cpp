@@ -4,34 +4,11 @@
 #include <QTemporaryDir>
 
 #include "formats/exportimport.h"
+#include "support/records.h"
 
 #define BYTES(literal) QByteArray(literal, sizeof(literal) - 1)
 
 namespace {
-
-ImageAnnotations makeImage(const QString& path, int w, int h, QList<BoxAnnotation> boxes = {})
-{
-    ImageAnnotations image;
-    image.imagePath = path;
-    image.width = w;
-    image.height = h;
-    image.boxes = boxes;
-    return image;
-}
-
-BoxAnnotation shape(const QString& label, ShapeType type, QList<QPointF> points)
-{
-    BoxAnnotation box;
-    box.label = label;
-    box.type = type;
-    box.points = points;
-    return box;
-}
-
-BoxAnnotation box(const QString& label, double x1, double y1, double x2, double y2)
-{
-    return shape(label, ShapeType::BoundingBox, { { x1, y1 }, { x2, y2 } });
-}
 
 QByteArray readAll(const QString& path)
 {
@@ -46,14 +23,6 @@ void writeFile(const QString& path, const QByteArray& bytes)
     QFile f(path);
     QVERIFY(f.open(QIODevice::WriteOnly));
     QCOMPARE(f.write(bytes), bytes.size());
-}
-
-QStringList namesOf(const QList<LabelDef>& labels)
-{
-    QStringList names;
-    for (const LabelDef& l : labels)
-        names.append(l.name);
-    return names;
 }
 
 QStringList describe(const QList<BoxAnnotation>& boxes)
@@ -111,7 +80,7 @@ void TestDota::exportLines()
 
     QTemporaryDir dir;
     const ExportImportResult r =
-        ExportImport::exportDota({ makeImage("/x/y/img.v1.jpg", 640, 480, { annotation }) }, dir.path());
+        ExportImport::exportDota({ image("/x/y/img.v1.jpg", 640, 480, { annotation }) }, dir.path());
     QVERIFY(r.ok);
     QCOMPARE(r.count, 1);
     QCOMPARE(readAll(dir.filePath("img.v1.txt")), line + '\n');
@@ -122,9 +91,9 @@ void TestDota::exportFilesAndMessage()
     QTemporaryDir dir;
     const QString out = dir.filePath("new/sub");
     const QList<ImageAnnotations> images{
-        makeImage("a.jpg", 0, 0, { box("car", 1, 2, 3, 4), box("bus", 5, 6, 7, 8) }),
-        makeImage("empty.jpg", 10, 10),
-        makeImage("c.png", 10, 10, { box("car", 0, 0, 9, 9) }),
+        image("a.jpg", 0, 0, { box("car", 1, 2, 3, 4), box("bus", 5, 6, 7, 8) }),
+        image("empty.jpg", 10, 10),
+        image("c.png", 10, 10, { box("car", 0, 0, 9, 9) }),
     };
     const ExportImportResult r = ExportImport::exportDota(images, out);
     QVERIFY(r.ok);
@@ -182,7 +151,7 @@ void TestDota::importLines()
 
     QTemporaryDir dir;
     writeFile(dir.filePath("img.txt"), content);
-    QList<ImageAnnotations> images{ makeImage("/data/img.png", 640, 480, { box("old", 1, 1, 2, 2) }) };
+    QList<ImageAnnotations> images{ image("/data/img.png", 640, 480, { box("old", 1, 1, 2, 2) }) };
     QList<LabelDef> labels;
     const ExportImportResult r = ExportImport::importDota(images, labels, dir.path());
     QVERIFY(r.ok);
@@ -206,10 +175,10 @@ void TestDota::importMatchingAndReplacing()
     writeFile(dir.filePath("stranger.txt"), "1 1 5 1 5 5 1 5 ghost 0\n");
     writeFile(dir.filePath("a.csv"), "1 1 5 1 5 5 1 5 csv 0\n");
     QList<ImageAnnotations> images{
-        makeImage("/p/a.jpg", 10, 10, { box("old", 0, 0, 1, 1) }),
-        makeImage("/p/classes.jpg", 10, 10),
-        makeImage("/p/headeronly.jpg", 10, 10, { box("old", 0, 0, 1, 1) }),
-        makeImage("/p/untouched.jpg", 10, 10, { box("old", 0, 0, 1, 1) }),
+        image("/p/a.jpg", 10, 10, { box("old", 0, 0, 1, 1) }),
+        image("/p/classes.jpg", 10, 10),
+        image("/p/headeronly.jpg", 10, 10, { box("old", 0, 0, 1, 1) }),
+        image("/p/untouched.jpg", 10, 10, { box("old", 0, 0, 1, 1) }),
     };
     QList<LabelDef> labels;
     const ExportImportResult r = ExportImport::importDota(images, labels, dir.path());
@@ -220,7 +189,7 @@ void TestDota::importMatchingAndReplacing()
     QVERIFY(images.at(2).dirty);
     QCOMPARE(describe(images.at(3).boxes), QStringList{ "old 0,0-1,1" });
     QVERIFY(!images.at(3).dirty);
-    QVERIFY(!namesOf(labels).contains("ghost"));
+    QVERIFY(!labelNames(labels).contains("ghost"));
 
     const ExportImportResult missing = ExportImport::importDota(images, labels, dir.filePath("nowhere"));
     QVERIFY(missing.ok);
@@ -236,7 +205,7 @@ void TestDota::importUnknownSize()
     QVERIFY(QDir().mkpath(folder));
     writeFile(folder + "/pic.txt", "10 10 300 10 300 300 10 300 a 0\n");
     writeFile(folder + "/gone.txt", "10 10 300 10 300 300 10 300 a 0\n");
-    QList<ImageAnnotations> images{ makeImage(imagePath, 0, 0), makeImage(dir.filePath("gone.png"), -1, -1) };
+    QList<ImageAnnotations> images{ image(imagePath, 0, 0), image(dir.filePath("gone.png"), -1, -1) };
     QList<LabelDef> labels;
     QCOMPARE(ExportImport::importDota(images, labels, folder).count, 2);
     QCOMPARE(describe(images.at(0).boxes), QStringList{ "a 10,10-199,99" });
@@ -250,10 +219,10 @@ void TestDota::importLabelOrder()
     writeFile(dir.filePath("img.txt"),
               "1 1 2 1 2 2 1 2 zebra 0\n1 1 2 1 2 2 1 2 car 0\n1 1 2 1 2 2 1 2 Car 0\n1 1 2 1 2 2 1 2 yak 0\n"
               "1 1 2 1 2 2 1 2 zebra 0\n");
-    QList<ImageAnnotations> images{ makeImage("img.jpg", 10, 10) };
+    QList<ImageAnnotations> images{ image("img.jpg", 10, 10) };
     QList<LabelDef> labels{ { "object", QColor(0, 220, 220) }, { "car", QColor(1, 2, 3) } };
     ExportImport::importDota(images, labels, dir.path());
-    QCOMPARE(namesOf(labels), (QStringList{ "object", "car", "zebra", "Car", "yak" }));
+    QCOMPARE(labelNames(labels), (QStringList{ "object", "car", "zebra", "Car", "yak" }));
     QCOMPARE(labels.at(1).color, QColor(1, 2, 3));
     QCOMPARE(labels.at(2).color, QColor(100, 220, 100));
     QCOMPARE(labels.at(3).color, QColor(255, 200, 0));
@@ -265,13 +234,13 @@ void TestDota::roundTrip()
 {
     QTemporaryDir dir;
     const QList<ImageAnnotations> images{
-        makeImage("/a/one.jpg", 640, 480,
+        image("/a/one.jpg", 640, 480,
                   { box("plane", 10, 10, 50, 40), box("car", 0, 0, 639, 479), box("ship", 300, 200, 301, 201) }),
-        makeImage("/a/two.png", 100, 50, { box(QString::fromUtf8("véhicule"), 5, 5, 5, 5) }),
+        image("/a/two.png", 100, 50, { box(QString::fromUtf8("véhicule"), 5, 5, 5, 5) }),
     };
     QCOMPARE(ExportImport::exportDota(images, dir.filePath("one")).count, 2);
 
-    QList<ImageAnnotations> reimported{ makeImage("/b/one.png", 640, 480), makeImage("/b/two.jpg", 100, 50) };
+    QList<ImageAnnotations> reimported{ image("/b/one.png", 640, 480), image("/b/two.jpg", 100, 50) };
     QList<LabelDef> labels;
     QCOMPARE(ExportImport::importDota(reimported, labels, dir.filePath("one")).count, 2);
     QCOMPARE(reimported.at(0).boxes, images.at(0).boxes);

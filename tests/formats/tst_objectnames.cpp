@@ -3,6 +3,7 @@
 #include <QTemporaryDir>
 
 #include "formats/exportimport.h"
+#include "support/records.h"
 
 #define BYTES(literal) QByteArray(literal, sizeof(literal) - 1)
 
@@ -29,14 +30,6 @@ QList<LabelDef> labelList(const QStringList& names)
     for (const QString& n : names)
         labels.append({ n, QColor(7, 7, 7) });
     return labels;
-}
-
-QStringList namesOf(const QList<LabelDef>& labels)
-{
-    QStringList names;
-    for (const LabelDef& l : labels)
-        names.append(l.name);
-    return names;
 }
 
 } // namespace
@@ -132,7 +125,7 @@ void TestObjectNames::importNames()
     QVERIFY(r.ok);
     const int added = int(expected.size() - existing.size());
     QCOMPARE(r.count, added);
-    QCOMPARE(namesOf(labels), expected);
+    QCOMPARE(labelNames(labels), expected);
     QString message = QString("Imported %1 label(s)").arg(added);
     if (skipped)
         message += QString(" (%1 already existed, skipped)").arg(skipped);
@@ -172,7 +165,7 @@ void TestObjectNames::importMissingFile()
     QVERIFY(!r.ok);
     QCOMPARE(r.count, 0);
     QCOMPARE(r.message, "Cannot open " + path);
-    QCOMPARE(namesOf(labels), QStringList{ "object" });
+    QCOMPARE(labelNames(labels), QStringList{ "object" });
 
     // A folder cannot be read as a file either.
     QVERIFY(!ExportImport::importObjectNames(labels, dir.path()).ok);
@@ -187,7 +180,7 @@ void TestObjectNames::roundTrip()
     QVERIFY(ExportImport::exportObjectNames(labels, path).ok);
     QList<LabelDef> imported;
     QCOMPARE(ExportImport::importObjectNames(imported, path).count, 4);
-    QCOMPARE(namesOf(imported), namesOf(labels));
+    QCOMPARE(labelNames(imported), labelNames(labels));
 }
 
 QTEST_GUILESS_MAIN(TestObjectNames)

@@ -5,6 +5,7 @@
 #include <QTemporaryDir>
 
 #include "formats/exportimport.h"
+#include "support/records.h"
 
 #define BYTES(literal) QByteArray(literal, sizeof(literal) - 1)
 
@@ -19,20 +20,6 @@ ImageAnnotations makeImage(const QString& path, int w, int h, QList<BoxAnnotatio
     image.height = h;
     image.boxes = boxes;
     return image;
-}
-
-BoxAnnotation shape(const QString& label, ShapeType type, QList<QPointF> points)
-{
-    BoxAnnotation box;
-    box.label = label;
-    box.type = type;
-    box.points = points;
-    return box;
-}
-
-BoxAnnotation box(const QString& label, double x1, double y1, double x2, double y2)
-{
-    return shape(label, ShapeType::BoundingBox, { { x1, y1 }, { x2, y2 } });
 }
 
 QByteArray readAll(const QString& path)
@@ -56,14 +43,6 @@ QList<LabelDef> labelList(const QStringList& names)
     for (const QString& n : names)
         labels.append({ n, QColor(1, 1, 1) });
     return labels;
-}
-
-QStringList namesOf(const QList<LabelDef>& labels)
-{
-    QStringList names;
-    for (const LabelDef& l : labels)
-        names.append(l.name);
-    return names;
 }
 
 // "label l,t-r,b" per box, for compact comparisons.
@@ -269,7 +248,7 @@ void TestYolo::importLines()
     QVERIFY(r.ok);
     QCOMPARE(r.count, 1);
     QCOMPARE(describe(images.at(0).boxes), boxes);
-    QCOMPARE(namesOf(labels), QStringList{ "object" } + newLabels);
+    QCOMPARE(labelNames(labels), QStringList{ "object" } + newLabels);
     for (const BoxAnnotation& b : images.at(0).boxes) {
         QCOMPARE(b.type, ShapeType::BoundingBox);
         QCOMPARE(b.points.size(), 2);
@@ -291,7 +270,7 @@ void TestYolo::importLabelOrder()
     ExportImport::importYolo(images, labels, dir.path());
     // Blank lines of classes.txt do not count, so index 2 is xenops; names no line uses
     // (yak, wolf) are not added; first met, first appended.
-    QCOMPARE(namesOf(labels).mid(7), (QStringList{ "zebra", "xenops", "class_9" }));
+    QCOMPARE(labelNames(labels).mid(7), (QStringList{ "zebra", "xenops", "class_9" }));
     QCOMPARE(labels.at(7).color, QColor(1, 2, 3));
     QCOMPARE(labels.at(8).color, QColor(0, 220, 220)); // 8 labels before it: entry 0 again
     QCOMPARE(labels.at(9).color, QColor(255, 100, 100));
@@ -381,7 +360,7 @@ void TestYolo::importWithoutClassesFile()
     QList<ImageAnnotations> images{ makeImage("img.jpg", 10, 10) };
     QList<LabelDef> labels;
     QVERIFY(ExportImport::importYolo(images, labels, dir.path()).ok);
-    QCOMPARE(namesOf(labels), (QStringList{ "class_0", "class_1" }));
+    QCOMPARE(labelNames(labels), (QStringList{ "class_0", "class_1" }));
 
     // Missing folder: nothing to read, still a success.
     const ExportImportResult r = ExportImport::importYolo(images, labels, dir.filePath("nowhere"));
@@ -453,7 +432,7 @@ void TestYolo::roundTrip()
     QList<ImageAnnotations> reimported{ makeImage("/b/frame.png", size.width(), size.height()) };
     QList<LabelDef> reLabels = labels;
     QCOMPARE(ExportImport::importYolo(reimported, reLabels, dir.filePath("one")).count, 1);
-    QCOMPARE(namesOf(reLabels), namesOf(labels));
+    QCOMPARE(labelNames(reLabels), labelNames(labels));
     QCOMPARE(reimported.at(0).boxes, boxes);
 
     QVERIFY(ExportImport::exportYolo(reimported, reLabels, dir.filePath("two")).ok);

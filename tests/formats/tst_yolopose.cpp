@@ -5,18 +5,11 @@
 #include <QtTest>
 
 #include "formats/exportimport.h"
+#include "support/records.h"
 
 namespace {
 
 using KeypointOrder = QMap<QString, QStringList>;
-
-BoxAnnotation box(const QString& label, double x0, double y0, double x1, double y1)
-{
-    BoxAnnotation b;
-    b.label = label;
-    b.points = {QPointF(x0, y0), QPointF(x1, y1)};
-    return b;
-}
 
 BoxAnnotation keypoint(const QString& label, double x, double y, bool visible = true)
 {
@@ -26,25 +19,6 @@ BoxAnnotation keypoint(const QString& label, double x, double y, bool visible = 
     b.points = {QPointF(x, y)};
     b.visible = visible;
     return b;
-}
-
-BoxAnnotation shape(const QString& label, ShapeType type, const QList<QPointF>& points)
-{
-    BoxAnnotation b;
-    b.label = label;
-    b.type = type;
-    b.points = points;
-    return b;
-}
-
-ImageAnnotations image(const QString& path, int w, int h, const QList<BoxAnnotation>& boxes)
-{
-    ImageAnnotations img;
-    img.imagePath = path;
-    img.width = w;
-    img.height = h;
-    img.boxes = boxes;
-    return img;
 }
 
 QByteArray readAll(const QString& path)
