@@ -6,42 +6,17 @@
 #include <QTemporaryDir>
 
 #include "formats/exportimport.h"
+#include "fuzzsupport.h"
 
 // Feeds the input to the COCO import as a file, then exports what arrived, so the
 // export also sees whatever extreme boxes the import produced. The export goes to a
 // folder that does not exist: the whole document is still built, but no file is
 // synced to disk on every run.
-namespace {
-
-QTemporaryDir& workDir()
-{
-    static QTemporaryDir dir;
-    return dir;
-}
-
-ImageAnnotations record(const QString& path, int w, int h)
-{
-    ImageAnnotations img;
-    img.imagePath = path;
-    img.width = w;
-    img.height = h;
-    return img;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QString input = workDir().filePath(QStringLiteral("input.json"));
-    {
-        // A fresh file each run: truncating and rewriting makes some file systems flush
-        // to disk on close.
-        QFile::remove(input);
-        QFile file(input);
-        if (!file.open(QIODevice::WriteOnly))
-            return 0;
-        file.write(reinterpret_cast<const char*>(data), qint64(size));
-    }
+    if (!writeInput(input, reinterpret_cast<const char*>(data), qsizetype(size)))
+        return 0;
 
     // Known sizes, so no image file is ever read.
     QList<ImageAnnotations> images{

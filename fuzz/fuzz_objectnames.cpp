@@ -6,19 +6,10 @@
 #include <QTemporaryDir>
 
 #include "formats/exportimport.h"
+#include "fuzzsupport.h"
 
 // The input is a class names file, imported into a short label list and exported
 // again into a folder that does not exist.
-namespace {
-
-QTemporaryDir& workDir()
-{
-    static QTemporaryDir dir;
-    return dir;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QString input = workDir().filePath(QStringLiteral("names.txt"));

@@ -7,36 +7,11 @@
 #include <QTemporaryDir>
 
 #include "formats/exportimport.h"
+#include "fuzzsupport.h"
 
 // The input is one YOLO folder: the bytes before the first 0x1E byte are classes.txt,
 // the rest is the label file of the image "img" (without a 0x1E there is no
 // classes.txt). What the import produces is checked and then exported again.
-namespace {
-
-QTemporaryDir& workDir()
-{
-    static QTemporaryDir dir;
-    return dir;
-}
-
-bool writeInput(const QString& path, const char* data, qsizetype size)
-{
-    QFile::remove(path);
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data, size) == size;
-}
-
-ImageAnnotations record(const QString& path, int w, int h)
-{
-    ImageAnnotations img;
-    img.imagePath = path;
-    img.width = w;
-    img.height = h;
-    return img;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QString folder = workDir().filePath(QStringLiteral("in"));
