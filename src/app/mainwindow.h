@@ -20,7 +20,8 @@ class QToolButton;
 // mainwindow_session.cpp (loading, showing, saving, undo), mainwindow_labelfile.cpp,
 // mainwindow_keys.cpp (keyboard and window events), mainwindow_labels.cpp (label list,
 // combos), mainwindow_labelops.cpp (label changes across the dataset),
-// mainwindow_exportimport.cpp, mainwindow_commands.cpp (dataset tools).
+// mainwindow_exportimport.cpp, mainwindow_tools.cpp (split, conversions, collage),
+// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos).
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:

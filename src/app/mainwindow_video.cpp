@@ -1,0 +1,5 @@
+#include "app/mainwindow.h"
+
+// Video frame extraction from the Edit menu.
+
+void MainWindow::onExtractVideoFrames() {}
