@@ -11,6 +11,7 @@ packages=(
   xvfb xauth xdotool imagemagick
   ffmpeg python3 python3-numpy python3-opencv
   fonts-dejavu-core
+  dpkg-dev file desktop-file-utils
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QFileInfo>
+#include <QIcon>
 #include <cstdio>
 #include <cstring>
 
@@ -53,6 +54,12 @@ int main(int argc, char** argv)
     }
 
     Theme::apply(app);
+    QIcon icon;
+    for (int size : {32, 64, 256})
+        icon.addFile(QStringLiteral(":/icons/brindle-%1.png").arg(size));
+    app.setWindowIcon(icon);
+    // Lets desktops match the window with the installed desktop entry.
+    QGuiApplication::setDesktopFileName(QStringLiteral("brindle"));
 
     auto* window = new MainWindow;
     window->show();
