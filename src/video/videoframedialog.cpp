@@ -164,6 +164,9 @@ VideoFrameDialog::VideoFrameDialog(const QString& videoPath, const QString& ffmp
     buttons->addStretch();
     buttons->addWidget(closeButton);
     layout->addLayout(buttons);
+    // The frame label's own minimum with the arrows beside it needs more than 700 x 500;
+    // never let the window cut them off.
+    layout->setSizeConstraint(QLayout::SetMinimumSize);
 
     m_flashTimer = new QTimer(this);
     m_flashTimer->setSingleShot(true);
