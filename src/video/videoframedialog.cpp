@@ -160,6 +160,9 @@ VideoFrameDialog::VideoFrameDialog(const QString& videoPath, const QString& ffmp
     closeButton->setStyleSheet(QStringLiteral("QPushButton { padding:6px 16px; }"));
     closeButton->setAutoDefault(false);
     closeButton->setDefault(false);
+    // A focused button would turn the arrow keys into focus moves; the dialog keeps the
+    // focus so that they always step (Escape closes).
+    closeButton->setFocusPolicy(Qt::NoFocus);
     buttons->addWidget(addButton);
     buttons->addStretch();
     buttons->addWidget(closeButton);
@@ -215,8 +218,7 @@ void VideoFrameDialog::start()
         frameLabel->setText(QStringLiteral("No frame to show"));
         return;
     }
-    const bool shown = extractFrame(0);
-    if (shown)
+    if (extractFrame(0))
         showFrame(m_previewPath);
     refreshInfoBar(true);
     prevButton->setEnabled(false);
