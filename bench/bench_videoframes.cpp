@@ -73,6 +73,16 @@ double timedStep(VideoFrameDialog& viewer, Qt::Key key)
     return clock.nsecsElapsed() / 1e6;
 }
 
+// The viewer's own part of a step: reading the 1920 x 1080 preview, scaling and painting it.
+double timedShow(VideoFrameDialog& viewer)
+{
+    QElapsedTimer clock;
+    clock.start();
+    viewer.showFrame(viewer.previewPath());
+    viewer.frameLabel->repaint();
+    return clock.nsecsElapsed() / 1e6;
+}
+
 double timedFfmpeg(const QString& ffmpeg, const QString& video, qint64 ms, const QString& out)
 {
     QFile::remove(out);
@@ -107,16 +117,17 @@ bool benchOne(const QString& ffmpeg, const QString& video, const QTemporaryDir& 
         return false;
     }
 
-    std::printf("%-6s %28s %28s %8s\n", "time", "viewer step median [min-max]",
-                "ffmpeg alone median [min-max]", "ratio");
+    std::printf("%-6s %28s %28s %8s %10s\n", "time", "viewer step median [min-max]",
+                "ffmpeg alone median [min-max]", "ratio", "own part");
     for (qint64 t : kTimesMs) {
         viewer.stepForward(int(t - viewer.position())); // untimed: go to t
         if (viewer.position() != t)
             viewer.stepBackward(int(viewer.position() - t));
-        std::vector<double> steps, tool;
+        std::vector<double> steps, tool, own;
         for (int i = 0; i < runs; ++i) {
             // Right then Left: both are one frame step next to t.
             steps.push_back(timedStep(viewer, Qt::Key_Right));
+            own.push_back(timedShow(viewer));
             tool.push_back(timedFfmpeg(ffmpeg, video, t + viewer.frameStep(), alone));
             steps.push_back(timedStep(viewer, Qt::Key_Left));
             tool.push_back(timedFfmpeg(ffmpeg, video, t, alone));
@@ -127,12 +138,12 @@ bool benchOne(const QString& ffmpeg, const QString& video, const QTemporaryDir& 
         }
         const double stepMedian = median(steps), toolMedian = median(tool);
         allUnder = allUnder && stepMedian < kTargetMs;
-        std::printf("%4llds %12.0f ms [%4.0f-%4.0f] %12.0f ms [%4.0f-%4.0f] %8.2f\n",
+        std::printf("%4llds %12.0f ms [%4.0f-%4.0f] %12.0f ms [%4.0f-%4.0f] %8.2f %7.0f ms\n",
                     static_cast<long long>(t / 1000), stepMedian,
                     *std::min_element(steps.begin(), steps.end()),
                     *std::max_element(steps.begin(), steps.end()), toolMedian,
                     *std::min_element(tool.begin(), tool.end()),
-                    *std::max_element(tool.begin(), tool.end()), stepMedian / toolMedian);
+                    *std::max_element(tool.begin(), tool.end()), stepMedian / toolMedian, median(own));
     }
     return true;
 }
