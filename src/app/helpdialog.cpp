@@ -144,11 +144,25 @@ shown at once; an image's XML file is written when you edit it or move on from i
 screen is also written when you close Brindle).</p>
 
 <h3>Step 7 &mdash; Extract video frames</h3>
-<p><b>Edit &rarr; Extract Video Frames...</b> opens a video (MP4, AVI, MOV, WMV, MKV, M4V, WebM and
-more) in a frame viewer. Step through it with the <b>&lt;</b> and <b>&gt;</b> buttons or the arrow
-keys, or drag the slider to jump. <b>Add to Dataset</b> saves the frame shown as a PNG image in the
-images folder; the image list is refreshed when the viewer closes. This needs
-<code>ffmpeg</code> and <code>ffprobe</code>, either next to Brindle or on the search path.</p>
+<p><b>Edit &rarr; Extract Video Frames...</b> lets you pick a video (MP4, AVI, MOV, WMV, MKV, M4V,
+WebM, FLV or TS) and opens it in a frame viewer that shows one frame at a time, starting with the
+first. Step one frame back or forward with the <b>&lt;</b> and <b>&gt;</b> buttons or the
+<b>Left</b> and <b>Right</b> arrow keys; hold <b>Shift</b> to jump one second. Drag the slider and
+let go to jump to any point of the video. The line under the frame shows the frame number and the
+time of the frame against the length of the video; the buttons grey out at the first and the last
+frame.</p>
+<p><b>Add to Dataset</b> saves the frame shown, at the video's full resolution, as a PNG image named
+<code>brindle_</code> followed by the date and time (for example
+<code>brindle_20240131_142501_123.png</code>) in the images folder; the button briefly shows
+<b>Saved!</b>. When you close the viewer the image list is read again, so the new frames appear in
+it. Without a loaded dataset the frames are saved in Brindle's working folder and you are told so
+before the viewer opens.</p>
+<p>Brindle does not decode video itself: it runs <code>ffmpeg</code> and <code>ffprobe</code>, taken
+from Brindle's own folder when they are there, otherwise from the search path. If
+<code>ffmpeg</code> cannot be run, a message explains how to install it. A file without a video
+stream, or a frame that cannot be read, is reported in the line at the top of the viewer; each
+frame takes as long as <code>ffmpeg</code> needs to find it, which grows with the distance to the
+video's previous key frame.</p>
 
 <h3>Edit menu</h3>
 <table width="100%" cellspacing="0" cellpadding="4">
@@ -270,9 +284,11 @@ to deselect it first.</p>
 </table>
 <h4>Frame viewer</h4>
 <table width="100%" cellspacing="0" cellpadding="4">
-<tr bgcolor="#2a2a2a"><td><b>Left</b> / <b>Right</b></td><td>One frame back / forward</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Left</b> / <b>Right</b></td><td>One frame back / forward (also the <b>&lt;</b> and <b>&gt;</b> buttons)</td></tr>
 <tr><td><b>Shift+Left</b> / <b>Shift+Right</b></td><td>One second back / forward</td></tr>
-<tr bgcolor="#2a2a2a"><td><b>Escape</b></td><td>Close the viewer</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Drag the slider</b></td><td>Jump to that point of the video when you let go</td></tr>
+<tr><td><b>Add to Dataset</b></td><td>Save the frame shown as a PNG in the images folder</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Escape</b></td><td>Close the viewer (the image list is refreshed)</td></tr>
 </table>
 <hr>
 <p align="center">For updates, bug reports, feature requests and questions visit:<br>
