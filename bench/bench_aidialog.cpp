@@ -122,12 +122,15 @@ void helperSpeed(const QString& scratch, const QStringList& options)
     QFile stats(scratch + "/stats.json");
     stats.open(QIODevice::ReadOnly);
     const QJsonObject s = QJsonDocument::fromJson(stats.readAll()).object();
+    // Processor time, which a busy machine does not inflate as it does the clock.
     const int frames = s["calls"].toInt();
-    const double model = s["seconds"].toDouble();
-    std::printf("helper %s: %d frames in %.2f s = %.0f frames/s; model calls %.2f s; "
-                "outside the model %.0f %% (%.0f frames/s of the helper's own work); %d saved\n",
-                qPrintable(options.join(' ')), frames, wall, frames / wall, model,
-                100 * (wall - model) / wall, frames / (wall - model), int(out.count("SAVED:")));
+    const double model = s["model_cpu"].toDouble();
+    const double own = s["process_cpu"].toDouble() - model;
+    std::printf("helper %s: %d frames through the model, %d saved; %.2f s by the clock "
+                "(%.0f frames/s); processor time %.2f s in the model, %.2f s outside it "
+                "= %.0f %% outside, %.0f frames/s of the helper's own work\n",
+                qPrintable(options.join(' ')), frames, int(out.count("SAVED:")), wall,
+                frames / wall, model, own, 100 * own / (own + model), frames / own);
 }
 
 class NoPrompts : public QtUserPrompts {

@@ -1,5 +1,6 @@
 #include "ai/aidialogparts.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFileInfo>
 #include <QFrame>
@@ -32,6 +33,16 @@ QLabel* hintLabel(const QString& text)
     label->setStyleSheet(QStringLiteral("color:#777;font-size:11px;"));
     label->setWordWrap(true);
     return label;
+}
+
+QCheckBox* checkBox(const QString& text, const char* objectName)
+{
+    auto* box = new QCheckBox(text);
+    box->setObjectName(QLatin1String(objectName));
+    // On a transparent background the style draws the box in transparent colours, which
+    // leaves only the tick of a checked box visible.
+    box->setStyleSheet(QStringLiteral("QCheckBox{background-color:#282a30;}"));
+    return box;
 }
 
 QComboBox* versionCombo()

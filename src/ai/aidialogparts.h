@@ -2,6 +2,7 @@
 
 #include <QString>
 
+class QCheckBox;
 class QComboBox;
 class QFrame;
 class QLabel;
@@ -21,6 +22,8 @@ int protocolNumber(const QString& field);
 QLabel* introLabel(const QString& text);
 // A small grey note beside or below a control.
 QLabel* hintLabel(const QString& text);
+// A check box whose box shows on the dark theme.
+QCheckBox* checkBox(const QString& text, const char* objectName);
 // "YOLOv10", "YOLOv11", "YOLOv12" with "YOLOv11" chosen; informational only.
 QComboBox* versionCombo();
 // Gives `dialog` a margin-less layout: `content` in a resizable scroll area, `bottomBar`

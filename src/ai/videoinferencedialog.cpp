@@ -128,8 +128,8 @@ void VideoInferenceDialog::buildUI()
                         QStringLiteral("Lower = more detections   Higher = more confident only")),
                     5, 1, 1, 2);
 
-    frameSkipCheck = new QCheckBox(QStringLiteral("Save every Nth frame only:"));
-    frameSkipCheck->setObjectName(QStringLiteral("frameSkipCheck"));
+    frameSkipCheck = AiDialogParts::checkBox(QStringLiteral("Save every Nth frame only:"),
+                                             "frameSkipCheck");
     frameSkipSpin = new QSpinBox;
     frameSkipSpin->setObjectName(QStringLiteral("frameSkipSpin"));
     frameSkipSpin->setRange(1, 9999);
@@ -143,8 +143,8 @@ void VideoInferenceDialog::buildUI()
     grid->addWidget(frameSkipCheck, 6, 0);
     grid->addLayout(skipRow, 6, 1, 1, 2);
 
-    saveXmlCheck = new QCheckBox(QStringLiteral("Save Annotation XML Files"));
-    saveXmlCheck->setObjectName(QStringLiteral("saveXmlCheck"));
+    saveXmlCheck = AiDialogParts::checkBox(QStringLiteral("Save Annotation XML Files"),
+                                           "saveXmlCheck");
     saveXmlCheck->setToolTip(QStringLiteral(
         "When checked, output folder will contain:\n  images/       — saved frame JPGs\n"
         "  annotations/  — VOC XML files with detected bounding boxes"));
@@ -154,8 +154,8 @@ void VideoInferenceDialog::buildUI()
                         "alongside each frame)")),
                     7, 1, 1, 2);
 
-    invertCheck = new QCheckBox(QStringLiteral("Save frames where labels are NOT detected (inverse mode)"));
-    invertCheck->setObjectName(QStringLiteral("invertCheck"));
+    invertCheck = AiDialogParts::checkBox(
+        QStringLiteral("Save frames where labels are NOT detected (inverse mode)"), "invertCheck");
     invertCheck->setToolTip(QStringLiteral(
         "Unchecked (default): save frames where selected labels ARE detected\n"
         "Checked (inverse): save frames where selected labels are NOT detected"));
@@ -174,6 +174,7 @@ void VideoInferenceDialog::buildUI()
     reqLayout->addWidget(reqText);
     grid->addWidget(requirements, 10, 0, 1, 3);
     grid->setColumnStretch(1, 1);
+    grid->setRowStretch(11, 1); // rows keep together when the labels group is taller
 
     // Labels of interest.
     auto* labelsGroup = new QGroupBox(QStringLiteral("Labels of Interest"));

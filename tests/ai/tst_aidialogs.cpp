@@ -55,13 +55,13 @@ void fill(QWidget* d, const QString& model, const QString& video, const QString&
 // A sandbox with "python" running Debian's interpreter (or, with numpy2, a wrapper whose
 // NumPy check fails), the fake helper in place and the dialog's fields filled in.
 struct Setup : Sandbox {
-    explicit Setup(const QString& kind, bool numpy2 = false)
+    explicit Setup(const QString& kind, bool numpy2 = false, const QString& python = "python")
     {
         if (numpy2)
-            program("python", "[ \"$1\" = -c ] && exit 1\n[ \"$1\" = -m ] && exit 0\n"
-                              "exec /usr/bin/python3 \"$@\"\n");
+            program(python, "[ \"$1\" = -c ] && exit 1\n[ \"$1\" = -m ] && exit 0\n"
+                            "exec /usr/bin/python3 \"$@\"\n");
         else
-            link("python", "/usr/bin/python3");
+            link(python, "/usr/bin/python3");
         writeFile(path("m.pt"), "{}");
         writeFile(path("v.mp4"), "");
         placeScript(scriptOf(kind), kFakeHelper);
@@ -207,67 +207,77 @@ void TestAiDialogs::install()
 void TestAiDialogs::protocol_data()
 {
     QTest::addColumn<QString>("kind");
-    QTest::addColumn<bool>("numpy2");
-    QTest::addColumn<QString>("out"); // "|" = line break
+    QTest::addColumn<QString>("python"); // the interpreter on the PATH; "numpy2": NumPy to fix
+    QTest::addColumn<QString>("out");    // "|" = line break, "$D" = a folder holding f.jpg
     QTest::addColumn<QString>("err");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QStringList>("log"); // after the lines before the helper starts
     QTest::addColumn<QString>("status");
     QTest::addColumn<int>("progress");
+    QTest::addColumn<bool>("preview");
     // The last record has no line break: it arrives together with the exit.
-    QTest::newRow("records") << "extract" << false
-        << "TOTAL:20|INFO:Output folder: /nowhere|PROGRESS:5:20:1|SAVED:5:f.jpg:person, car|"
+    QTest::newRow("records") << "extract" << "python"
+        << "TOTAL:20|INFO:Output folder: $D|PROGRESS:5:20:1|SAVED:5:f.jpg:person, car|"
            "DETECTED:7:car|PREVIEW:x|something else|ERROR:bad <b>model</b>|DONE:3:/out:put"
         << "" << 0
-        << QStringList{"Output folder: /nowhere|#6890cc", "SAVED Frame 5  [person, car]  f.jpg|#ff4444",
+        << QStringList{"Output folder: $D|#6890cc", "SAVED Frame 5  [person, car]  f.jpg|#ff4444",
                        "Frame 7  [car]|#666666", "something else|#b0b8cc",
                        "ERROR: bad <b>model</b>|#ff5050", "Done — 2 frames saved.|#50d898"}
-        << "Done — 3 frames saved to: /out" << 100;
-    QTest::newRow("total 0, failure") << "extract" << false << "PROGRESS:5:0:2|PROGRESS:1"
-        << "Traceback <x>|  oops" << 3
-        << QStringList{"Traceback <x>|#ff9060", "oops|#ff9060", "Process exited with code 3.|#ff6060"}
-        << "Frame 5 / 0  —  2 saved" << 0;
-    QTest::newRow("error") << "extract" << true << "PROGRESS:4:8:0|ERROR:no model" << "" << 2
+        << "Done — 3 frames saved to: /out" << 100 << true;
+    QTest::newRow("saved before the folder") << "extract" << "python3"
+        << "SAVED:1:f.jpg:|INFO:Output folder: $D|PROGRESS:5:0:2|PROGRESS:1" << "Traceback <x>|  oops" << 3
+        << QStringList{"SAVED Frame 1  []  f.jpg|#ff4444", "Output folder: $D|#6890cc", "Traceback <x>|#ff9060",
+                       "oops|#ff9060", "Process exited with code 3.|#ff6060"}
+        << "Frame 5 / 0  —  2 saved" << 0 << false;
+    QTest::newRow("error") << "extract" << "numpy2" << "PROGRESS:4:8:0|ERROR:no model" << "" << 2
         << QStringList{"ERROR: no model|#ff5050", "Process exited with code 2.|#ff6060"}
-        << "Error — see log" << 50;
-    QTest::newRow("reduced") << "annotate" << false
+        << "Error — see log" << 50 << false;
+    QTest::newRow("reduced") << "annotate" << "python"
         << "TOTAL:9|PROGRESS:7|PROGRESS:3:9|SAVED:1:a.jpg:x|INFO:<i>i</i>|ERROR:e|DONE:C:/out:v.mp4"
         << "" << 0
         << QStringList{"Frame 3 / 9|#555555", "SAVED:1:a.jpg:x|#aaaaaa", "<i>i</i>|#6890cc",
                        "ERROR: e|#ff5050", "✓ Done: C:/out:v.mp4|#50d898"}
-        << "Done — output saved to:\nC:/out:v.mp4" << 100;
-    QTest::newRow("reduced failure") << "annotate" << false << "PROGRESS:3:9|PROGRESS:0:0" << "" << 1
+        << "Done — output saved to:\nC:/out:v.mp4" << 100 << false;
+    QTest::newRow("reduced failure") << "annotate" << "python3" << "PROGRESS:3:9|PROGRESS:0:0" << "" << 1
         << QStringList{"Frame 3 / 9|#555555", "Frame 0 / 0|#555555", "Process exited with code 1.|#ff6060"}
-        << "Processing frame 0 / 0" << 33;
+        << "Processing frame 0 / 0" << 33 << false;
 }
 
 void TestAiDialogs::protocol()
 {
     QFETCH(QString, kind);
-    QFETCH(bool, numpy2);
+    QFETCH(QString, python);
     QFETCH(QString, out);
     QFETCH(QString, err);
     QFETCH(int, exitCode);
     QFETCH(QStringList, log);
     QFETCH(QString, status);
     QFETCH(int, progress);
-    Setup box(kind, numpy2);
-    qputenv("HELPER_OUT", out.toUtf8());
+    QFETCH(bool, preview);
+    const bool numpy2 = python == "numpy2";
+    Setup box(kind, numpy2, numpy2 ? "python" : python);
+    QImage(8, 8, QImage::Format_RGB32).save(box.path("f.jpg"));
+    qputenv("HELPER_OUT", out.replace("$D", box.path("")).toUtf8());
     qputenv("HELPER_ERR", err.toUtf8());
     qputenv("HELPER_EXIT", QByteArray::number(exitCode));
     ScriptedPrompts prompts;
     auto dialog = makeDialog(kind);
+    dialog->show();
     fill(dialog.get(), box.path("m.pt"), box.path("v.mp4"), box.path("o"));
     button(dialog.get(), "runButton")->click();
     QVERIFY(waitIdle(dialog.get()));
-    QStringList before{"Python: python|#6890cc"};
+    QStringList before{"Python: " + (numpy2 ? "python" : python) + "|#6890cc"};
     if (numpy2)
         before << "Fixing NumPy version...|#ffb040" << "NumPy fixed.|#50d898";
     if (kind == "extract")
         before << "Starting inference...|#5ab0e8";
-    QCOMPARE(pairs(logLines(dialog.get())), before + log);
+    QCOMPARE(pairs(logLines(dialog.get())), before + log.replaceInStrings("$D", box.path("")));
     QCOMPARE(dialog->findChild<QLabel*>("statusLabel")->text(), status);
     QCOMPARE(dialog->findChild<QProgressBar*>()->value(), progress);
+    if (auto* label = dialog->findChild<QLabel*>("previewLabel")) {
+        QTest::qWait(20);
+        QCOMPARE(!label->pixmap().isNull(), preview);
+    }
     QVERIFY(prompts.calls.isEmpty());
 }
 

@@ -209,8 +209,15 @@ def annotation_xml(image_path, folder, width, height, found):
     return ("\n".join(lines) + "\n").encode("utf-8", "replace")
 
 
+def hidden_twin(path):
+    """A temporary name beside path that image and annotation listings skip."""
+    folder, name = os.path.split(path)
+    root, extension = os.path.splitext(name)
+    return os.path.join(folder, "." + root + ".part" + extension)
+
+
 def write_atomically(path, data):
-    temporary = path + ".part"
+    temporary = hidden_twin(path)
     with open(temporary, "wb") as f:
         f.write(data)
     os.replace(temporary, path)
@@ -283,8 +290,11 @@ class FrameWriter:
             if self.error:
                 continue
             try:
-                if not self.cv2.imwrite(image_path, frame):
+                # Written whole or not at all: a stopped run leaves no broken image.
+                temporary = hidden_twin(image_path)
+                if not self.cv2.imwrite(temporary, frame):
                     raise OSError("the image could not be encoded or written")
+                os.replace(temporary, image_path)
                 if xml_path:
                     write_atomically(xml_path, xml)
             except OSError as e:
