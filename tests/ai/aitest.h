@@ -1,13 +1,12 @@
 #pragma once
 
-// Shared scaffolding of the AI tests: a sandbox whose PATH, PYTHONPATH and TMPDIR the
-// dialogs and helpers see, helper scripts placed next to the test executable, a small
-// test video and fake model, and the log read back as (text, colour) lines.
+// Scaffolding of the AI tests: a sandbox whose PATH, PYTHONPATH and TMPDIR the dialogs and
+// helpers see, helper scripts placed next to the test executable, a small test video and
+// fake model, and the run log read back as "text|colour" lines.
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QPair>
 #include <QProcess>
 #include <QPushButton>
 #include <QTemporaryDir>
@@ -17,22 +16,21 @@
 
 namespace AiTest {
 
-inline const QStringList kScripts{"yolo_inference.py", "yolo_annotate_video.py",
-                                  "install_python_deps_mac.sh"};
-
 inline QString scriptPath(const QString& name)
 {
     return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
 }
 
-inline void writeFile(const QString& path, const QByteArray& bytes, bool executable = false)
+inline void writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-    f.close();
-    if (executable)
-        f.setPermissions(f.permissions() | QFile::ExeOwner);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
+}
+
+inline QString readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
 }
 
 // Next to the executable: the shipped script, or `text` in its place.
@@ -45,65 +43,58 @@ inline void placeScript(const QString& name, const QByteArray& text = {})
         writeFile(scriptPath(name), text);
 }
 
+// A scratch folder; while it lives PATH holds only its bin/, TMPDIR is its tmp/, the fake
+// ultralytics is on PYTHONPATH, and no helper script lies next to the executable.
 struct Sandbox {
     QTemporaryDir dir;
-    const QByteArray saved[3] = {qgetenv("PATH"), qgetenv("PYTHONPATH"), qgetenv("TMPDIR")};
+    const char* vars[3] = {"PATH", "PYTHONPATH", "TMPDIR"};
+    QByteArray saved[3] = {qgetenv(vars[0]), qgetenv(vars[1]), qgetenv(vars[2])};
+    const QStringList scripts{"yolo_inference.py", "yolo_annotate_video.py", "install_python_deps_mac.sh"};
 
     Sandbox()
     {
-        QDir(dir.path()).mkpath(QStringLiteral("bin"));
-        QDir(dir.path()).mkpath(QStringLiteral("tmp"));
-        qputenv("PATH", bin().toUtf8());
-        qputenv("PYTHONPATH", AI_TEST_DIR "/fake_ultralytics");
-        qputenv("TMPDIR", path("tmp").toUtf8());
-        for (const QString& s : kScripts)
+        QDir(dir.path()).mkpath("bin");
+        QDir(dir.path()).mkpath("tmp");
+        const QByteArray values[3] = {bin().toUtf8(), AI_TEST_DIR "/fake_ultralytics", path("tmp").toUtf8()};
+        for (int i = 0; i < 3; ++i)
+            qputenv(vars[i], values[i]);
+        for (const QString& s : scripts)
             QFile::remove(scriptPath(s));
     }
     ~Sandbox()
     {
-        qputenv("PATH", saved[0]);
-        qputenv("PYTHONPATH", saved[1]);
-        qputenv("TMPDIR", saved[2]);
-        for (const QString& s : kScripts)
+        for (int i = 0; i < 3; ++i)
+            qputenv(vars[i], saved[i]);
+        for (const QString& s : scripts)
             QFile::remove(scriptPath(s));
     }
     QString path(const QString& name) const { return dir.filePath(name); }
-    QString bin() const { return path(QStringLiteral("bin")); }
-    // A program on the sandbox PATH: a link to `target`, or a bash script `body`.
-    void link(const QString& name, const QString& target) const
+    QString bin() const { return path("bin"); }
+    void link(const QString& name, const QString& target) const { QFile::link(target, bin() + '/' + name); }
+    void program(const QString& name, const QByteArray& bashBody) const
     {
-        QFile::link(target, bin() + QLatin1Char('/') + name);
-    }
-    void program(const QString& name, const QByteArray& body) const
-    {
-        writeFile(bin() + QLatin1Char('/') + name, "#!/bin/bash\n" + body, true);
+        writeFile(bin() + '/' + name, "#!/bin/bash\n" + bashBody);
+        QFile::setPermissions(bin() + '/' + name, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 };
 
-// 160 x 120, 10 fps, 20 frames: a red square ("person", 10..49 x 20..49) in frames 1-10,
-// a blue one ("car", 80..139 x 60..99) in frames 6-15, nothing in 16-20.
-inline void makeVideo(const QString& path)
+// 160 x 120, 10 fps, 20 frames: a red square ("person", pixels 10..49 x 20..49) in frames
+// 1-10, a blue one ("car", 80..139 x 60..99) in frames 6-15, nothing in 16-20. The fake
+// model finds person with confidence 0.9 and car with 0.4.
+inline void makeVideoAndModel(const QString& video, const QString& model)
 {
     QProcess p;
-    p.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QStringLiteral(R"(
-import sys, cv2, numpy as np
+    p.start("/usr/bin/python3", {"-c", R"(import sys, cv2, numpy as np
 w = cv2.VideoWriter(sys.argv[1], cv2.VideoWriter_fourcc(*"MJPG"), 10, (160, 120))
 for i in range(20):
     f = np.zeros((120, 160, 3), np.uint8)
     if i < 10: f[20:50, 10:50] = (0, 0, 255)
     if 5 <= i < 15: f[60:100, 80:140] = (255, 0, 0)
     w.write(f)
-w.release()
-)"), path});
+w.release())", video});
     QVERIFY(p.waitForFinished(30000) && p.exitCode() == 0);
-}
-
-// The fake model: "person" (red, confidence 0.9) and "car" (blue, 0.4).
-inline void writeModel(const QString& path, double delay = 0)
-{
-    writeFile(path, QStringLiteral(R"({"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
-{"name": "car", "bgr": [255, 0, 0], "conf": 0.4}], "keypoints": true, "delay": %1})")
-                        .arg(delay).toUtf8());
+    writeFile(model, R"({"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
+                        {"name": "car", "bgr": [255, 0, 0], "conf": 0.4}], "keypoints": true})");
 }
 
 inline QPushButton* button(QWidget* dialog, const char* name)
@@ -111,28 +102,20 @@ inline QPushButton* button(QWidget* dialog, const char* name)
     return dialog->findChild<QPushButton*>(QLatin1String(name));
 }
 
-inline bool waitIdle(QWidget* dialog, int ms = 30000)
+inline bool waitIdle(QWidget* dialog)
 {
-    return QTest::qWaitFor([dialog] { return button(dialog, "runButton")->isEnabled(); }, ms);
+    return QTest::qWaitFor([dialog] { return button(dialog, "runButton")->isEnabled(); }, 30000);
 }
 
-// Each log line with the colour of its first piece.
-inline QList<QPair<QString, QString>> logLines(QWidget* dialog)
+inline QStringList logLines(QWidget* dialog, bool withColour = true)
 {
-    QList<QPair<QString, QString>> lines;
-    const auto* log = dialog->findChild<QTextEdit*>(QStringLiteral("logView"));
+    QStringList lines;
+    const auto* log = dialog->findChild<QTextEdit*>("logView");
     for (QTextBlock b = log->document()->begin(); b.isValid(); b = b.next())
         if (!b.text().isEmpty())
-            lines.append({b.text(), b.begin().fragment().charFormat().foreground().color().name()});
+            lines << (withColour ? b.text() + '|' + b.begin().fragment().charFormat().foreground().color().name()
+                                 : b.text());
     return lines;
-}
-
-inline QStringList logTexts(QWidget* dialog)
-{
-    QStringList texts;
-    for (const auto& line : logLines(dialog))
-        texts << line.first;
-    return texts;
 }
 
 } // namespace AiTest

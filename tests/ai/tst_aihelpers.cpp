@@ -1,9 +1,10 @@
 #include <QCheckBox>
-#include <QDirIterator>
+#include <QProcessEnvironment>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QProgressBar>
+#include <QRegularExpression>
 #include <QSlider>
 #include <QSpinBox>
 
@@ -11,10 +12,12 @@
 #include "ai/videoinferencedialog.h"
 #include "ai/yoloannotatedialog.h"
 #include "model/vocxml.h"
+#include "support/records.h"
 #include "support/scriptedprompts.h"
 
-// The shipped helper scripts for real: Debian's Python with OpenCV and NumPy, a video made
-// here, the fake ultralytics model, run directly and through the real dialogs.
+// The shipped scripts for real: the helpers with Debian's Python, OpenCV and NumPy, a
+// video made here and the fake ultralytics model, run directly and through the real
+// dialogs; the installer with stub interpreters.
 
 using namespace AiTest;
 
@@ -24,25 +27,44 @@ struct Helpers : Sandbox {
     Helpers()
     {
         link("python", "/usr/bin/python3");
-        makeVideo(path("v.avi"));
-        writeModel(path("m.pt"));
-        for (const QString& s : kScripts)
+        makeVideoAndModel(path("v.avi"), path("m.pt"));
+        for (const QString& s : scripts)
             placeScript(s);
+    }
+    void fill(QWidget* dialog) const
+    {
+        dialog->findChild<QLineEdit*>("modelEdit")->setText(path("m.pt"));
+        dialog->findChild<QLineEdit*>("videoEdit")->setText(path("v.avi"));
+        dialog->findChild<QLineEdit*>("outputEdit")->setText(path("out"));
     }
 };
 
-QStringList files(const QString& dir, const QString& pattern)
+QString frameName(int n, const QString& suffix = ".jpg")
 {
-    QStringList names = QDir(dir).entryList({pattern}, QDir::Files, QDir::Name);
-    return names;
+    return QStringLiteral("v_frame%1").arg(n, 6, 10, QLatin1Char('0')) + suffix;
 }
 
-QString frameName(int n)
-{
-    return QStringLiteral("v_frame%1.jpg").arg(n, 6, 10, QLatin1Char('0'));
-}
+struct Extraction {
+    QString checked; // the label row ticked, if any
+    int conf;
+    int skip; // 0: unchecked (its spin box then says 7, which must not count)
+    bool invert, xml;
+    QList<int> frames;
+    QString firstSaved; // the log line of the first saved frame
+};
+
+struct Installer {
+    QString interpreters; // names on the PATH running the stub
+    QString env;
+    int exitCode;
+    QString lastLine;   // "$E" = the private environment
+    QStringList calls;  // among the recorded calls, in order
+};
 
 } // namespace
+
+Q_DECLARE_METATYPE(Extraction)
+Q_DECLARE_METATYPE(Installer)
 
 class TestAiHelpers : public QObject {
     Q_OBJECT
@@ -52,6 +74,8 @@ private Q_SLOTS:
     void frameExtraction_data();
     void frameExtraction();
     void annotateVideo();
+    void installer_data();
+    void installer();
 };
 
 void TestAiHelpers::scriptErrors_data()
@@ -59,14 +83,13 @@ void TestAiHelpers::scriptErrors_data()
     QTest::addColumn<QString>("script");
     QTest::addColumn<QString>("fault");
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("error");
-    for (const QString& s : {QString("yolo_inference.py"), QString("yolo_annotate_video.py")}) {
-        QTest::addRow("%s no package", qPrintable(s)) << s << "package" << 3
-            << "ERROR:Missing Python package: ultralytics. Click 'Install AI Dependencies' or run: "
-               "pip install ultralytics opencv-python \"numpy<2.0\"";
-        QTest::addRow("%s no model", qPrintable(s)) << s << "model" << 2 << "ERROR:Model file not found: $D/none.pt";
-        QTest::addRow("%s bad model", qPrintable(s)) << s << "bad model" << 2 << "ERROR:Could not load model $D/v.avi";
-        QTest::addRow("%s bad video", qPrintable(s)) << s << "video" << 4 << "ERROR:Cannot read video: $D/m.pt";
+    QTest::addColumn<QString>("error"); // "$D" = the sandbox
+    for (const char* s : {"yolo_inference.py", "yolo_annotate_video.py"}) {
+        QTest::addRow("%s no package", s) << s << "package" << 3 << "ERROR:Missing Python package: ultralytics. Click "
+            "'Install AI Dependencies' or run: pip install ultralytics opencv-python \"numpy<2.0\"";
+        QTest::addRow("%s no model", s) << s << "none.pt" << 2 << "ERROR:Model file not found: $D/none.pt";
+        QTest::addRow("%s bad model", s) << s << "v.avi" << 2 << "ERROR:Could not load model $D/v.avi";
+        QTest::addRow("%s bad video", s) << s << "video" << 4 << "ERROR:Cannot read video: $D/m.pt";
     }
     QTest::newRow("bad option") << "yolo_inference.py" << "option" << 2
                                 << "ERROR:Bad arguments: argument --conf: invalid float value: 'x'";
@@ -79,9 +102,9 @@ void TestAiHelpers::scriptErrors()
     QFETCH(int, exitCode);
     QFETCH(QString, error);
     Helpers box;
-    QString model = box.path(fault == "model" ? "none.pt" : fault == "bad model" ? "v.avi" : "m.pt");
-    QString video = box.path(fault == "video" ? "m.pt" : "v.avi");
-    QStringList args{AI_SCRIPTS_DIR "/" + script, "--model", model, "--video", video, "--output", box.path("out")};
+    const QString model = box.path(fault.contains('.') ? fault : "m.pt");
+    QStringList args{AI_SCRIPTS_DIR "/" + script, "--model", model, "--video", box.path(fault == "video" ? "m.pt" : "v.avi"),
+                     "--output", box.path("out")};
     if (fault == "option")
         args << "--conf" << "x";
     if (fault == "package")
@@ -92,96 +115,70 @@ void TestAiHelpers::scriptErrors()
     QCOMPARE(helper.exitCode(), exitCode);
     const QStringList out = QString::fromUtf8(helper.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
     QCOMPARE(out.size(), 1);
-    QVERIFY2(out[0].startsWith(error.replace("$D", box.path(""))), qPrintable(out[0]));
+    QVERIFY2(out[0].startsWith(error.replace("$D", box.dir.path())), qPrintable(out[0]));
     QVERIFY(!helper.readAllStandardError().contains("Traceback"));
     QVERIFY(!QFileInfo::exists(box.path("out"))); // nothing half made
 }
 
 void TestAiHelpers::frameExtraction_data()
 {
-    QTest::addColumn<QStringList>("checked");
-    QTest::addColumn<int>("conf");
-    QTest::addColumn<int>("skip"); // 0: every frame
-    QTest::addColumn<bool>("invert");
-    QTest::addColumn<bool>("xml");
-    QTest::addColumn<QList<int>>("frames");
-    QTest::addColumn<QString>("firstSaved"); // the log line of the first saved frame
-    QTest::newRow("any detection, xml") << QStringList{} << 25 << 0 << false << true
-        << QList<int>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}
-        << "SAVED Frame 1  [person]  images/v_frame000001.jpg";
-    QTest::newRow("car") << QStringList{"car"} << 25 << 0 << false << false
-        << QList<int>{6, 7, 8, 9, 10, 11, 12, 13, 14, 15} << "SAVED Frame 6  [person, car]  v_frame000006.jpg";
-    QTest::newRow("car below threshold, inverse") << QStringList{"car"} << 50 << 0 << true << false
-        << QList<int>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20}
-        << "SAVED Frame 1  [person]  v_frame000001.jpg";
-    QTest::newRow("nothing detected") << QStringList{} << 25 << 0 << true << false
-        << QList<int>{16, 17, 18, 19, 20} << "SAVED Frame 16  []  v_frame000016.jpg";
-    QTest::newRow("person absent, every 3rd, xml") << QStringList{"person"} << 25 << 3 << true << true
-        << QList<int>{13, 16, 19} << "SAVED Frame 13  [car]  images/v_frame000013.jpg";
+    QTest::addColumn<Extraction>("row");
+    QList<int> all;
+    for (int i = 1; i <= 20; ++i)
+        all << i;
+    QTest::newRow("any detection, xml") << Extraction{"", 25, 0, false, true, all.mid(0, 15),
+                                                      "SAVED Frame 1  [person]  images/v_frame000001.jpg"};
+    QTest::newRow("car") << Extraction{"car", 25, 0, false, false, all.mid(5, 10),
+                                       "SAVED Frame 6  [person, car]  v_frame000006.jpg"};
+    QTest::newRow("car below threshold, inverse") << Extraction{"car", 50, 0, true, false, all,
+                                                                "SAVED Frame 1  [person]  v_frame000001.jpg"};
+    QTest::newRow("nothing detected") << Extraction{"", 25, 0, true, false, all.mid(15),
+                                                    "SAVED Frame 16  []  v_frame000016.jpg"};
+    QTest::newRow("no person, every 3rd, xml") << Extraction{"person", 25, 3, true, true, {13, 16, 19},
+                                                             "SAVED Frame 13  [car]  images/v_frame000013.jpg"};
 }
 
 void TestAiHelpers::frameExtraction()
 {
-    QFETCH(QStringList, checked);
-    QFETCH(int, conf);
-    QFETCH(int, skip);
-    QFETCH(bool, invert);
-    QFETCH(bool, xml);
-    QFETCH(QList<int>, frames);
-    QFETCH(QString, firstSaved);
+    QFETCH(Extraction, row);
+    const QList<int>& frames = row.frames;
+    const bool xml = row.xml;
     Helpers box;
     ScriptedPrompts prompts;
     VideoInferenceDialog dialog({"person", "car"});
     dialog.show();
-    dialog.findChild<QLineEdit*>("modelEdit")->setText(box.path("m.pt"));
-    dialog.findChild<QLineEdit*>("videoEdit")->setText(box.path("v.avi"));
-    dialog.findChild<QLineEdit*>("outputEdit")->setText(box.path("out"));
-    for (const QString& label : checked)
-        dialog.findChild<QListWidget*>()->findItems(label, Qt::MatchExactly).first()->setCheckState(Qt::Checked);
-    dialog.findChild<QSlider*>()->setValue(conf);
-    dialog.findChild<QCheckBox*>("frameSkipCheck")->setChecked(skip > 0);
-    dialog.findChild<QSpinBox*>()->setValue(qMax(skip, 1));
-    dialog.findChild<QCheckBox*>("invertCheck")->setChecked(invert);
+    box.fill(&dialog);
+    for (QListWidgetItem* item : dialog.findChild<QListWidget*>()->findItems(row.checked, Qt::MatchExactly))
+        item->setCheckState(Qt::Checked);
+    dialog.findChild<QSlider*>()->setValue(row.conf);
+    dialog.findChild<QCheckBox*>("frameSkipCheck")->setChecked(row.skip > 0);
+    dialog.findChild<QSpinBox*>()->setValue(row.skip > 0 ? row.skip : 7);
+    dialog.findChild<QCheckBox*>("invertCheck")->setChecked(row.invert);
     dialog.findChild<QCheckBox*>("saveXmlCheck")->setChecked(xml);
     button(&dialog, "runButton")->click();
     QVERIFY(waitIdle(&dialog));
     QVERIFY(prompts.calls.isEmpty());
 
-    const QStringList folders = QDir(box.path("out")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    QCOMPARE(folders.size(), 1);
-    QVERIFY(QRegularExpression("^v_\\d{8}_\\d{6}$").match(folders[0]).hasMatch());
-    const QString folder = box.path("out/" + folders[0]);
-    const QString images = xml ? folder + "/images" : folder;
+    const QStringList made = QDir(box.path("out")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(made.size(), 1);
+    QVERIFY(QRegularExpression("^v_\\d{8}_\\d{6}$").match(made[0]).hasMatch());
+    const QString folder = box.path("out/" + made[0]), images = xml ? folder + "/images" : folder;
     QStringList expected;
     for (int n : frames)
         expected << frameName(n);
-    QCOMPARE(files(images, "*.jpg"), expected);
+    QCOMPARE(QDir(images).entryList(QDir::Files | QDir::Hidden), expected); // and no temporary left
     QCOMPARE(QImage(images + '/' + expected[0]).size(), QSize(160, 120));
-    if (xml) {
-        QCOMPARE(files(folder + "/annotations", "*.xml").size(), frames.size());
-        for (int n : frames) {
-            ImageAnnotations ann{images + '/' + frameName(n), folder + "/annotations/" + QString(frameName(n)).replace(".jpg", ".xml"), 160, 120, {}, false};
-            QVERIFY(VocXml::load(ann));
-            QFile file(ann.xmlPath);
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            QCOMPARE(file.readAll(), VocXml::toXml(ann, "images")); // our own layout, byte for byte
-            QStringList shapes;
-            for (const BoxAnnotation& b : ann.boxes) {
-                const QRect r = b.rect();
-                shapes << QStringLiteral("%1 %2,%3 %4,%5").arg(b.label).arg(r.left()).arg(r.top()).arg(r.right()).arg(r.bottom());
-            }
-            QStringList truth;
-            if (n <= 10)
-                truth << "person 10,20 49,49";
-            if (n >= 6 && n <= 15)
-                truth << "car 80,60 139,99";
-            QCOMPARE(shapes, truth);
-        }
+    const QList<BoxAnnotation> person{::box("person", 10, 20, 49, 49)}, car{::box("car", 80, 60, 139, 99)};
+    for (int n : xml ? frames : QList<int>{}) {
+        ImageAnnotations ann = image(images + '/' + frameName(n), 160, 120);
+        ann.xmlPath = folder + "/annotations/" + frameName(n, ".xml");
+        QVERIFY(VocXml::load(ann));
+        QCOMPARE(ann.boxes, (n <= 10 ? person : QList<BoxAnnotation>{}) + (n >= 6 && n <= 15 ? car : QList<BoxAnnotation>{}));
+        QCOMPARE(readFile(ann.xmlPath).toUtf8(), VocXml::toXml(ann, "images")); // our own layout, byte for byte
     }
-
-    const QStringList log = logTexts(&dialog);
-    QCOMPARE(log.filter(QRegularExpression("^SAVED Frame")).size(), frames.size());
-    QCOMPARE(log.filter(QRegularExpression("^SAVED Frame")).first(), firstSaved);
+    const QStringList log = logLines(&dialog, false), saved = log.filter(QRegularExpression("^SAVED Frame"));
+    QCOMPARE(saved.size(), frames.size());
+    QCOMPARE(saved.first(), row.firstSaved);
     QVERIFY(log.contains("Output folder: " + folder));
     QCOMPARE(log.last(), QStringLiteral("Done — %1 frames saved.").arg(frames.size()));
     QCOMPARE(dialog.findChild<QLabel*>("statusLabel")->text(),
@@ -195,30 +192,74 @@ void TestAiHelpers::annotateVideo()
     Helpers box;
     ScriptedPrompts prompts;
     YoloAnnotateDialog dialog;
-    dialog.findChild<QLineEdit*>("modelEdit")->setText(box.path("m.pt"));
-    dialog.findChild<QLineEdit*>("videoEdit")->setText(box.path("v.avi"));
-    dialog.findChild<QLineEdit*>("outputEdit")->setText(box.path("out"));
-    for (int run = 1; run <= 2; ++run) { // the second run does not overwrite the first
+    box.fill(&dialog);
+    for (const QString name : {"v_annotated.mp4", "v_annotated_2.mp4"}) { // never overwrites
         button(&dialog, "runButton")->click();
         QVERIFY(waitIdle(&dialog));
-        const QString video = box.path(run == 1 ? "out/v_annotated.mp4" : "out/v_annotated_2.mp4");
+        const QString video = box.path("out/" + name);
         QProcess count;
         count.start("/usr/bin/python3", {"-c", "import cv2,sys\nc=cv2.VideoCapture(sys.argv[1]);n=0\n"
                                                "while c.read()[0]: n+=1\nprint(n)", video});
         QVERIFY(count.waitForFinished(30000));
         QCOMPARE(count.readAllStandardOutput().trimmed(), "20");
-        const auto lines = logLines(&dialog);
-        QStringList frameLines;
-        for (const auto& l : lines)
-            if (l.second == "#555555")
-                frameLines << l.first;
-        QCOMPARE(frameLines.size(), 20);
-        QCOMPARE(frameLines.last(), "Frame 20 / 20");
-        QCOMPARE(lines.last().first, "✓ Done: " + video);
+        const QStringList log = logLines(&dialog);
+        QCOMPARE(log.filter("|#555555").size(), 20);
+        QVERIFY(log.contains("Frame 20 / 20|#555555"));
+        QCOMPARE(log.last(), "✓ Done: " + video + "|#50d898");
         QCOMPARE(dialog.findChild<QLabel*>("statusLabel")->text(), "Done — output saved to:\n" + video);
     }
-    QCOMPARE(files(box.path("out"), "*").size(), 2); // no temporary left behind
-    QCOMPARE(QDir(box.path("out")).entryList(QDir::Hidden | QDir::Files).size(), 2);
+    QCOMPARE(QDir(box.path("out")).entryList(QDir::Files | QDir::Hidden).size(), 2); // no temporary left
+}
+
+// The installer with stub interpreters that record what they are asked to do.
+void TestAiHelpers::installer_data()
+{
+    QTest::addColumn<Installer>("row");
+    const QString pip = "-m pip install%1 --upgrade --progress-bar off ultralytics opencv-python numpy<2.0";
+    QTest::newRow("no python") << Installer{"", "", 1, "ERROR:Python 3 was not found.", {}};
+    QTest::newRow("no network") << Installer{"python3", "STUB_NET=1", 3, "ERROR:Cannot reach pypi.org.", {}};
+    QTest::newRow("own environment") << Installer{"python python3", "", 0,
+        "INFO:All AI dependencies are installed for python.", {"bin/python " + pip.arg("")}};
+    QTest::newRow("user site") << Installer{"python3", "STUB_MODE=user", 0,
+        "INFO:All AI dependencies are installed for python3.", {"bin/python3 " + pip.arg(" --user")}};
+    QTest::newRow("externally managed") << Installer{"python3", "STUB_MODE=managed", 0,
+        "INFO:All AI dependencies are installed for $E/bin/python.",
+        {"bin/python3 -m venv $E", "$E/bin/python " + pip.arg("")}};
+    QTest::newRow("pip fails") << Installer{"python3", "STUB_PIP=1", 4, "ERROR:pip could not install the packages",
+                                            {"bin/python3 " + pip.arg("")}};
+}
+
+void TestAiHelpers::installer()
+{
+    QFETCH(Installer, row);
+    Sandbox box;
+    for (const char* tool : {"mkdir", "dirname", "readlink", "ln", "cp"})
+        box.link(tool, QStringLiteral("/usr/bin/") + tool);
+    for (const QString& name : row.interpreters.split(' ', Qt::SkipEmptyParts) + QStringList{"pip", "pip3"})
+        box.link(name, AI_TEST_DIR "/stubs/python");
+    QProcessEnvironment environment;
+    environment.insert("PATH", box.bin());
+    environment.insert("HOME", box.path("home"));
+    environment.insert("STUB_LOG", box.path("calls"));
+    environment.insert(row.env.section('=', 0, 0), row.env.section('=', 1));
+    QProcess installer;
+    installer.setProcessEnvironment(environment);
+    installer.start("/bin/bash", {AI_SCRIPTS_DIR "/install_python_deps_mac.sh"});
+    QVERIFY(installer.waitForFinished(20000));
+    const QString venv = box.path("home/.local/share/brindle/python-env");
+    QCOMPARE(installer.exitCode(), row.exitCode);
+    const QString last = QString::fromUtf8(installer.readAllStandardOutput()).trimmed().section('\n', -1);
+    QVERIFY2(last.startsWith(row.lastLine.replace("$E", venv)), qPrintable(last));
+    const QString recorded = readFile(box.path("calls"));
+    qsizetype at = 0;
+    for (const QString& call : row.calls.replaceInStrings("$E", venv)) {
+        at = recorded.indexOf(call, at);
+        QVERIFY2(at >= 0, qPrintable(call + "\nnot in\n" + recorded));
+    }
+    QCOMPARE(recorded.count("pip install"), row.calls.filter("pip install").size());
+    QVERIFY(!recorded.contains("break-system-packages") && !recorded.contains("bin/pip"));
+    if (row.env == "STUB_MODE=managed")
+        QCOMPARE(QFile::symLinkTarget(box.path("home/.local/bin/python")), venv + "/bin/python");
 }
 
 QTEST_MAIN(TestAiHelpers)

@@ -1,11 +1,11 @@
-"""A stand-in for the ultralytics package with the same result shapes.
+"""A stand-in for the ultralytics package whose results have the real shapes.
 
 The model file is JSON: {"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9}],
-"keypoints": false, "delay": 0}. A class is detected where a frame has pixels of its
-colour (the box spans them, right/bottom edges exclusive as YOLO gives them); pose models
-put a keypoint on each box corner. "delay" makes every call sleep that many seconds.
-FAKE_YOLO_STATS names a file that receives, at exit, the number of calls, the processor
-time spent in them, and the process's processor time since this module was imported.
+"keypoints": false, "delay": 0}. A class is found where a frame has pixels of its colour
+(its box spans them, right and bottom edges exclusive as YOLO gives them); pose models put
+a keypoint on each box corner; every call first sleeps "delay" seconds. FAKE_YOLO_STATS
+names a file that receives at exit the number of calls, the processor time spent in them,
+and the process's processor time since this module was imported.
 """
 import atexit, json, os, time
 import cv2
@@ -24,26 +24,14 @@ def tensor(values, shape):
     return np.asarray(values, dtype=np.float32).reshape(shape).view(Tensor)
 
 
-class Boxes:
-    def __init__(self, rows):
-        self.xyxy = tensor([r[:4] for r in rows], (-1, 4))
-        self.cls = tensor([r[4] for r in rows], (-1,))
-        self.conf = tensor([r[5] for r in rows], (-1,))
-
-    def __len__(self):
-        return len(self.cls)
-
-
-class Keypoints:
-    def __init__(self, rows):
-        self.xy = tensor([[(r[0], r[1]), (r[2], r[1]), (r[2], r[3]), (r[0], r[3])] for r in rows], (-1, 4, 2))
-        self.conf = tensor(np.ones((len(rows), 4)), (-1, 4))
-
-
 class Results:
     def __init__(self, image, rows, names, pose):
-        self.orig_img, self.names, self.boxes = image, names, Boxes(rows)
-        self.keypoints = Keypoints(rows) if pose else None
+        self.orig_img, self.names = image, names
+        self.boxes = type("Boxes", (), {"xyxy": tensor([r[:4] for r in rows], (-1, 4)), "cls": tensor(
+            [r[4] for r in rows], (-1,)), "conf": tensor([r[5] for r in rows], (-1,)), "__len__": lambda b: len(rows)})()
+        corners = [[(r[0], r[1]), (r[2], r[1]), (r[2], r[3]), (r[0], r[3])] for r in rows]
+        self.keypoints = type("Keypoints", (), {"xy": tensor(corners, (-1, 4, 2)),
+                                                "conf": tensor(np.ones((len(rows), 4)), (-1, 4))})() if pose else None
 
     def plot(self):
         out = self.orig_img.copy()
@@ -51,9 +39,8 @@ class Results:
             cv2.rectangle(out, (int(x1), int(y1)), (int(x2), int(y2)), (255, 255, 255), 2)
             cv2.putText(out, "%s %.2f" % (self.names[int(c)], p), (int(x1), max(int(y1) - 4, 10)),
                         cv2.FONT_HERSHEY_SIMPLEX, 0.4, (255, 255, 255), 1)
-        for points in [] if self.keypoints is None else self.keypoints.xy:
-            for x, y in points:
-                cv2.circle(out, (int(x), int(y)), 3, (0, 255, 0), -1)
+        for x, y in [] if self.keypoints is None else self.keypoints.xy.reshape(-1, 2):
+            cv2.circle(out, (int(x), int(y)), 3, (0, 255, 0), -1)
         return out
 
 
@@ -73,8 +60,7 @@ class YOLO:
 
     def __call__(self, image, conf=0.25, verbose=True, **_):
         time.sleep(self.delay)
-        start = time.thread_time()
-        rows = []
+        start, rows = time.thread_time(), []
         for i, c in enumerate(self.classes):
             bgr = np.array(c["bgr"])
             points = cv2.findNonZero(cv2.inRange(image, np.clip(bgr - 60, 0, 255), np.clip(bgr + 60, 0, 255)))
