@@ -17,7 +17,7 @@ namespace {
 // Output lines are handled in slices of about this many milliseconds, so a helper that
 // prints faster than the log can take them never freezes the window. Laying out the
 // lines a slice added to the log costs a few times as much again, after the slice.
-constexpr qint64 kSliceMs = 5;
+constexpr qint64 kSliceMs = 3;
 
 const char kButtonStyle[] =
     "QPushButton{background:transparent;color:#aaaaaa;border:1px solid #777777;"

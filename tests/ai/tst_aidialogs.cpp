@@ -312,7 +312,7 @@ void TestAiDialogs::addLabel()
     VideoInferenceDialog dialog({"person", "car"});
     auto* list = dialog.findChild<QListWidget*>();
     auto* edit = dialog.findChild<QLineEdit*>("addLabelEdit");
-    for (const QString& typed : {"PERSON", " dog "}) {
+    for (const char* typed : {"PERSON", " dog "}) {
         edit->setText(typed);
         QTest::keyClick(edit, Qt::Key_Return);
     }
