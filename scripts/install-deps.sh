@@ -10,7 +10,7 @@ packages=(
   clang libclang-rt-14-dev
   xvfb xauth xdotool imagemagick
   ffmpeg python3 python3-numpy python3-opencv
-  fonts-dejavu-core
+  fonts-dejavu-core fonts-symbola
   dpkg-dev file desktop-file-utils
 )
 

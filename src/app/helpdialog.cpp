@@ -199,36 +199,72 @@ angle). Coordinates are image pixels with the origin at the top left.</p>
 <h3>AI video frame extraction with YOLO</h3>
 <p><b>Edit &rarr; AI Video Frame Extraction (YOLO)...</b> runs a YOLO model (<code>.pt</code> file)
 over a video and saves the frames in which the labels you tick are detected &mdash; or, in
-inverse mode, the frames in which they are not. Choose the model, the video and an output
-folder; set the confidence threshold; optionally save only every Nth frame and save an
-annotation XML file next to every saved frame. Frames go into a dated folder below the output
-folder. A live preview and a coloured log show the progress; <b>Stop</b> ends the run.</p>
+inverse mode, the frames in which none of them is. Labels match the model's class names
+without regard to case. With no label ticked, every frame with any detection is kept (in
+inverse mode: every frame in which nothing at all is detected). Choose the model, the video
+and an output folder, set the confidence threshold and click <b>Run Inference</b>.</p>
+<p>Each run writes into a new folder below the output folder, named after the video and the
+start time (<code>street_20250314_093012</code>). Frames are JPG files named after the video
+and the frame number, counted from 1 (<code>street_frame000042.jpg</code>). With <b>Save
+Annotation XML Files</b> the folder holds <code>images</code> and <code>annotations</code>:
+each frame gets an XML file in Brindle's own format with every object the model found in it,
+so you can open the two folders with <b>Load Data</b> and correct the boxes. <b>Save every Nth
+frame only</b> runs the model on frames 1, N+1, 2N+1 ... and skips the others.</p>
+<p>The log shows every kept frame in green with the labels found in it, frames with
+detections that were not kept in grey, and problems in red and orange. The live preview shows
+the frame being processed with the detections drawn on it. <b>Stop</b> ends the run at once;
+the frames already saved stay, and no half-written file is left under a frame's name.</p>
 <h4>Supported YOLO versions</h4>
 <p>Models trained with YOLOv10, YOLOv11 and YOLOv12 through the <code>ultralytics</code> package,
-detection and pose models alike.</p>
+detection and pose models alike. The version chosen in the window is for your reference only;
+the model file itself decides.</p>
 <h4>Installing the AI dependencies</h4>
 <p>The AI tools need Python 3.8 or newer with <code>ultralytics</code>, <code>opencv-python</code> and
-NumPy older than version 2. Click <b>Install AI Dependencies</b> in either AI window to run the
-bundled installer, or install them yourself:
+NumPy older than version 2. <b>Install AI Dependencies</b>, in either AI window, runs the bundled
+installer (it needs an internet connection and can take 5 to 15 minutes; its progress appears
+in the log). On Linux and macOS it:</p>
+<ul>
+<li>uses the Python the AI windows will use: the first of <code>python</code> and
+<code>python3</code> on the search path that runs;</li>
+<li>checks that the Python Package Index can be reached and stops with a clear message if not;</li>
+<li>installs the packages with that Python's <code>pip</code>: into the Python itself when it
+is a virtual or conda environment or its folder is writable, otherwise for your user only
+(<code>pip --user</code>);</li>
+<li>never forces packages into a Python that the system manages (Debian's and Ubuntu's
+<code>/usr/bin/python3</code>, Homebrew's Python): it creates a private environment instead, in
+<code>~/.local/share/brindle/python-env</code> (macOS: <code>~/Library/Application
+Support/Brindle/python-env</code>), and links <code>~/.local/bin/python</code> to it. Make sure
+<code>~/.local/bin</code> comes first on your search path, log in again and restart Brindle;</li>
+<li>on a Mac without Python, asks macOS to install the Command Line Tools, which include
+Python&nbsp;3; run the installer again when they are in place.</li>
+</ul>
+<p>Or install the packages yourself:
 <code>pip install ultralytics opencv-python "numpy&lt;2.0"</code>. Before each frame extraction
-run Brindle checks the NumPy version and installs an older one if needed.</p>
+run Brindle checks the NumPy version and installs an older one with <code>pip</code> if
+needed.</p>
 <h4>Dedicated Python environment</h4>
-<p>Brindle uses the first Python it finds among <code>python</code>, <code>python3</code> and the usual
-installation folders. Installing the packages into a separate environment and putting that
-environment's <code>python</code> first on your search path keeps them apart from other
-projects.</p>
+<p>Brindle uses the first Python it finds among <code>python</code>, <code>python3</code> on the
+search path (and the usual Windows installation folders). To use a virtual or conda
+environment of your own, start Brindle from a terminal in which it is activated, or link its
+<code>python</code> as <code>~/.local/bin/python</code>. On macOS a program started from the
+Finder or the Dock sees only the system folders on its search path, so it finds
+<code>/usr/bin/python3</code>; start Brindle from a terminal to use another Python.</p>
 <h4>GPU acceleration</h4>
-<p>The model runs on a GPU when the PyTorch installed with <code>ultralytics</code> supports one;
-otherwise it runs on the CPU, which is slower but finds the same objects.</p>
+<p>The model runs on an NVIDIA GPU when the PyTorch installed with <code>ultralytics</code> can
+use it (CUDA); otherwise it runs on the CPU, which is slower but finds the same objects.
+Saved frames are written while the model works on the next ones.</p>
 <h4>Configuration</h4>
 <p>Lower confidence thresholds find more objects and more false ones; higher thresholds keep only
 confident detections. Saving every Nth frame speeds up long videos and avoids near-identical
 frames.</p>
 <h4>What gets drawn</h4>
-<p><b>Annotate Video with YOLO...</b> writes a copy of the video with the detected boxes,
-keypoints, labels and confidence scores drawn on each frame. The frame extraction saves
-clean frames; its optional XML files hold the detected boxes, ready to load and correct in
-Brindle.</p>
+<p><b>Edit &rarr; Annotate Video with YOLO...</b> runs the model on every frame and writes a
+copy of the video, <code>&lt;video name&gt;_annotated.mp4</code> in the output folder, with the
+detected boxes, keypoints (for pose models), labels and confidence scores drawn on each frame,
+at the frame size and rate of the original. An existing file is never overwritten: the next
+run writes <code>_annotated_2.mp4</code> and so on. The video gets its name only when the last
+frame is written, so a stopped run leaves no unplayable file under that name. The frame extraction
+saves clean frames; its optional XML files hold the detected boxes.</p>
 
 <h3>Keyboard shortcuts</h3>
 <p>Ctrl means the Command key on macOS.</p>

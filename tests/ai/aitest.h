@@ -1,0 +1,121 @@
+#pragma once
+
+// Scaffolding of the AI tests: a sandbox whose PATH, PYTHONPATH and TMPDIR the dialogs and
+// helpers see, helper scripts placed next to the test executable, a small test video and
+// fake model, and the run log read back as "text|colour" lines.
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextBlock>
+#include <QTextEdit>
+
+namespace AiTest {
+
+inline QString scriptPath(const QString& name)
+{
+    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
+}
+
+inline void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
+}
+
+inline QString readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+// Next to the executable: the shipped script, or `text` in its place.
+inline void placeScript(const QString& name, const QByteArray& text = {})
+{
+    QFile::remove(scriptPath(name));
+    if (text.isNull())
+        QVERIFY(QFile::copy(QStringLiteral(AI_SCRIPTS_DIR "/") + name, scriptPath(name)));
+    else
+        writeFile(scriptPath(name), text);
+}
+
+// A scratch folder; while it lives PATH holds only its bin/, TMPDIR is its tmp/, the fake
+// ultralytics is on PYTHONPATH, and no helper script lies next to the executable.
+struct Sandbox {
+    QTemporaryDir dir;
+    const char* vars[3] = {"PATH", "PYTHONPATH", "TMPDIR"};
+    QByteArray saved[3] = {qgetenv(vars[0]), qgetenv(vars[1]), qgetenv(vars[2])};
+    const QStringList scripts{"yolo_inference.py", "yolo_annotate_video.py", "install_python_deps_mac.sh"};
+
+    Sandbox()
+    {
+        QDir(dir.path()).mkpath("bin");
+        QDir(dir.path()).mkpath("tmp");
+        const QByteArray values[3] = {bin().toUtf8(), AI_TEST_DIR "/fake_ultralytics", path("tmp").toUtf8()};
+        for (int i = 0; i < 3; ++i)
+            qputenv(vars[i], values[i]);
+        for (const QString& s : scripts)
+            QFile::remove(scriptPath(s));
+    }
+    ~Sandbox()
+    {
+        for (int i = 0; i < 3; ++i)
+            qputenv(vars[i], saved[i]);
+        for (const QString& s : scripts)
+            QFile::remove(scriptPath(s));
+    }
+    QString path(const QString& name) const { return dir.filePath(name); }
+    QString bin() const { return path("bin"); }
+    void link(const QString& name, const QString& target) const { QFile::link(target, bin() + '/' + name); }
+    void program(const QString& name, const QByteArray& bashBody) const
+    {
+        writeFile(bin() + '/' + name, "#!/bin/bash\n" + bashBody);
+        QFile::setPermissions(bin() + '/' + name, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+};
+
+// 160 x 120, 10 fps, 20 frames: a red square ("person", pixels 10..49 x 20..49) in frames
+// 1-10, a blue one ("car", 80..139 x 60..99) in frames 6-15, nothing in 16-20. The fake
+// model finds person with confidence 0.9 and car with 0.4.
+inline void makeVideoAndModel(const QString& video, const QString& model)
+{
+    QProcess p;
+    p.start("/usr/bin/python3", {"-c", R"(import sys, cv2, numpy as np
+w = cv2.VideoWriter(sys.argv[1], cv2.VideoWriter_fourcc(*"MJPG"), 10, (160, 120))
+for i in range(20):
+    f = np.zeros((120, 160, 3), np.uint8)
+    if i < 10: f[20:50, 10:50] = (0, 0, 255)
+    if 5 <= i < 15: f[60:100, 80:140] = (255, 0, 0)
+    w.write(f)
+w.release())", video});
+    QVERIFY(p.waitForFinished(30000) && p.exitCode() == 0);
+    writeFile(model, R"({"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
+                        {"name": "car", "bgr": [255, 0, 0], "conf": 0.4}], "keypoints": true})");
+}
+
+inline QPushButton* button(QWidget* dialog, const char* name)
+{
+    return dialog->findChild<QPushButton*>(QLatin1String(name));
+}
+
+inline bool waitIdle(QWidget* dialog)
+{
+    return QTest::qWaitFor([dialog] { return button(dialog, "runButton")->isEnabled(); }, 30000);
+}
+
+inline QStringList logLines(QWidget* dialog, bool withColour = true)
+{
+    QStringList lines;
+    const auto* log = dialog->findChild<QTextEdit*>("logView");
+    for (QTextBlock b = log->document()->begin(); b.isValid(); b = b.next())
+        if (!b.text().isEmpty())
+            lines << (withColour ? b.text() + '|' + b.begin().fragment().charFormat().foreground().color().name()
+                                 : b.text());
+    return lines;
+}
+
+} // namespace AiTest
