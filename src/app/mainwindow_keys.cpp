@@ -107,9 +107,15 @@ bool MainWindow::eventFilter(QObject* /*watched*/, QEvent* event)
     return true;
 }
 
+// Every record still marked dirty is written, not only the one shown: shapes that an
+// import put into images never opened would otherwise be lost with the window.
 void MainWindow::closeEvent(QCloseEvent* event)
 {
-    if (hasCurrentImage() && images[currentIndex].dirty)
-        saveAnnotationsFor(currentIndex);
+    QList<int> dirty;
+    for (int i = 0; i < images.size(); ++i) {
+        if (images.at(i).dirty)
+            dirty.append(i);
+    }
+    saveAnnotationsForAll(dirty);
     QMainWindow::closeEvent(event);
 }

@@ -278,6 +278,8 @@ void MainWindow::saveAnnotationsFor(int index)
     ImageAnnotations& record = images[index];
     if (index == currentIndex)
         record.boxes = canvas->boxes();
+    if (!keepPartialOriginal(record))
+        return;
     if (VocXml::save(record, QDir(imagesFolder).dirName())) {
         record.dirty = false;
         updateImageListItem(index);
@@ -303,6 +305,8 @@ void MainWindow::saveAnnotationsForAll(const QList<int>& indices)
         ImageAnnotations& record = images[index];
         if (index == currentIndex)
             record.boxes = canvas->boxes();
+        if (!keepPartialOriginal(record))
+            continue;
         if (batch.stage(record.xmlPath, VocXml::toXml(record, folderName)))
             staged.append(index);
         else
@@ -322,14 +326,36 @@ void MainWindow::saveAnnotationsForAll(const QList<int>& indices)
     }
 }
 
-void MainWindow::removeFileOfEmptiedImage()
+bool MainWindow::keepPartialOriginal(ImageAnnotations& record)
 {
-    if (!hasCurrentImage())
-        return;
-    ImageAnnotations& record = images[currentIndex];
-    if (QFileInfo::exists(record.xmlPath))
+    if (!record.partial)
+        return true;
+    // The file holds objects past the XML error that the record never saw: writing the
+    // record over it would drop them without a word.
+    QString error;
+    if (!VocXml::keepOriginal(record.xmlPath, &error)) {
+        UserPrompts::current().warning(
+            this, QStringLiteral("Save error"),
+            QStringLiteral("Could not keep a copy of a file that was read only in part:\n%1\n%2\n"
+                           "The file was left unchanged.")
+                .arg(record.xmlPath, error));
+        return false;
+    }
+    record.partial = false;
+    return true;
+}
+
+void MainWindow::removeAnnotationFile(ImageAnnotations& record)
+{
+    if (QFileInfo::exists(record.xmlPath) && keepPartialOriginal(record))
         QFile::remove(record.xmlPath);
     record.dirty = false;
+}
+
+void MainWindow::removeFileOfEmptiedImage()
+{
+    if (hasCurrentImage())
+        removeAnnotationFile(images[currentIndex]);
 }
 
 void MainWindow::onSaveCurrent()

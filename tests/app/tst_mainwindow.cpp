@@ -633,16 +633,18 @@ private Q_SLOTS:
         QVERIFY(ctrlC.isAccepted());
     }
 
-    void closeSavesOnlyCurrentDirtyRecord()
+    void closeSavesEveryDirtyRecord()
     {
         openThreeImages();
         window->canvas->setBoxes({makeBox("object", 2, 2, 9, 8)});
         window->images[0].dirty = true;
+        // As an import leaves an image never shown.
         window->images[1].boxes = {makeBox("object", 1, 1, 5, 5)};
         window->images[1].dirty = true;
         QVERIFY(window->close());
         QVERIFY(QFile::exists(xmlOf("a")));
-        QVERIFY(!QFile::exists(xmlOf("b")));
+        QVERIFY(QFile::exists(xmlOf("b")));
+        QVERIFY(!QFile::exists(xmlOf("c")));
         QFile f(xmlOf("a"));
         QVERIFY(f.open(QIODevice::ReadOnly));
         QVERIFY(f.readAll().contains("<xmin>2</xmin>"));
