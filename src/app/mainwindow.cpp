@@ -408,6 +408,7 @@ void MainWindow::buildCentralArea()
     connect(canvas, &ImageCanvas::selectionChanged, this, &MainWindow::onCanvasSelectionChanged);
     connect(canvas, &ImageCanvas::drawingCoords, this, &MainWindow::onDrawingCoords);
     connect(canvas, &ImageCanvas::aboutToChange, this, &MainWindow::pushUndo);
+    connect(canvas, &ImageCanvas::changeCancelled, this, &MainWindow::onCanvasChangeCancelled);
     connect(annotationsPanel, &AnnotationsPanel::selectionRequested, this,
             &MainWindow::onAnnotationSelected);
     connect(annotationsPanel, &AnnotationsPanel::deleteRequested, this,

@@ -4,6 +4,8 @@
 #include <QMainWindow>
 #include <QString>
 
+#include <optional>
+
 #include "model/annotation.h"
 
 class AnnotationsPanel;
@@ -129,6 +131,7 @@ private Q_SLOTS:
     void syncCurrentBoxes();
     void onCreateComboChanged(const QString& text);
     void onManageLabels();
+    void onCanvasChangeCancelled();
 
 private:
     void buildToolbar();
@@ -144,4 +147,12 @@ private:
     // Shows the snapshot `shapes` on the canvas and writes (or removes) the file.
     void restoreSnapshot(const QList<BoxAnnotation>& shapes);
     void selectImageRow(int row);
+
+    // Undo and redo as they were before the last snapshot, so that a change the canvas
+    // calls off leaves no step behind; dropped by every other change of the history.
+    struct History {
+        QList<QList<BoxAnnotation>> undo;
+        QList<QList<BoxAnnotation>> redo;
+    };
+    std::optional<History> historyBeforeChange;
 };

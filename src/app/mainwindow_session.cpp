@@ -238,6 +238,7 @@ void MainWindow::loadImageAt(int row)
 {
     undoStack.clear();
     redoStack.clear();
+    historyBeforeChange.reset();
     if (row < 0 || row >= images.size())
         return;
 
@@ -415,8 +416,18 @@ void MainWindow::pushUndo()
 {
     if (currentIndex < 0)
         return;
+    historyBeforeChange = History{undoStack, redoStack};
     pushLimited(undoStack, canvas->boxes());
     redoStack.clear();
+}
+
+void MainWindow::onCanvasChangeCancelled()
+{
+    if (!historyBeforeChange)
+        return;
+    undoStack = historyBeforeChange->undo;
+    redoStack = historyBeforeChange->redo;
+    historyBeforeChange.reset();
 }
 
 void MainWindow::onCanvasBoxesChanged()
@@ -435,6 +446,7 @@ void MainWindow::onCanvasBoxesChanged()
 
 void MainWindow::restoreSnapshot(const QList<BoxAnnotation>& shapes)
 {
+    historyBeforeChange.reset();
     canvas->setBoxes(shapes);
     images[currentIndex].boxes = shapes;
     if (shapes.isEmpty())

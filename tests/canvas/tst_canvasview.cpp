@@ -952,6 +952,8 @@ void TestCanvasView::clampRect_data()
         << QRect(QPoint(120, 30), QPoint(-5, -10)) << QRect(QPoint(0, 0), QPoint(99, 29));
     QTest::newRow("past bottom-right")
         << QRect(QPoint(90, 40), QPoint(150, 80)) << QRect(QPoint(90, 40), QPoint(99, 49));
+    QTest::newRow("wholly right of and below the image")
+        << QRect(QPoint(120, 60), QPoint(150, 80)) << QRect(QPoint(120, 60), QPoint(99, 49));
 }
 
 void TestCanvasView::clampRect()
