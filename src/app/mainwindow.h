@@ -147,6 +147,8 @@ private:
     // Shows the snapshot `shapes` on the canvas and writes (or removes) the file.
     void restoreSnapshot(const QList<BoxAnnotation>& shapes);
     void selectImageRow(int row);
+    // Empties the canvas and the annotations panel.
+    void showNoImage();
 
     // Undo and redo as they were before the last snapshot, so that a change the canvas
     // calls off leaves no step behind; dropped by every other change of the history.

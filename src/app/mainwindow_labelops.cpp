@@ -282,9 +282,9 @@ void MainWindow::onRemoveLabel()
     };
     const int answer = UserPrompts::current().choose(
         this, QMessageBox::Warning, QStringLiteral("Confirm Removal"),
-        QStringLiteral("Are you sure you want to globally delete all annotations\n"
-                       "for the selected label: <b>%1</b>?")
-            .arg(name),
+        UserPrompts::richText(QStringLiteral("Are you sure you want to globally delete all annotations\n"
+                                             "for the selected label: <b>%1</b>?")
+                                  .arg(name.toHtmlEscaped())),
         QStringLiteral("This will remove the label and all its bounding boxes from every image. "
                        "This cannot be undone."),
         choices, 1);

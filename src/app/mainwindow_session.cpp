@@ -145,6 +145,9 @@ void MainWindow::rebuildImageList()
     imageList->clear();
     currentIndex = -1;
     scanIndex = 0;
+    // The image shown belongs to the list just dropped; left on the canvas it would take
+    // drawing that no record receives.
+    showNoImage();
 
     if (files.isEmpty()) {
         statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
@@ -226,9 +229,10 @@ bool MainWindow::requireDataLoaded()
         return true;
     UserPrompts::current().information(
         this, QStringLiteral("No Data Loaded"),
-        QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
-                       "images directory and annotations directory\n"
-                       "(they can be empty folders if you are starting fresh)."));
+        UserPrompts::richText(
+            QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
+                           "images directory and annotations directory\n"
+                           "(they can be empty folders if you are starting fresh).")));
     return false;
 }
 
@@ -382,6 +386,14 @@ void MainWindow::onImageRowChanged(int row)
             saveAnnotationsFor(currentIndex);
     }
     loadImageAt(row);
+}
+
+void MainWindow::showNoImage()
+{
+    canvas->setImage(QPixmap());
+    canvas->setBoxes({});
+    canvas->setImageInfo(0, 0);
+    annotationsPanel->setBoxes({});
 }
 
 void MainWindow::selectImageRow(int row)
@@ -597,8 +609,8 @@ void MainWindow::onRemoveImageRequested(int row)
     };
     const int answer = UserPrompts::current().choose(
         this, QMessageBox::Question, QStringLiteral("Remove Image"),
-        QStringLiteral("Remove <b>") + fileNameOf(images[row].imagePath)
-            + QStringLiteral("</b> from this session?"),
+        UserPrompts::richText(QStringLiteral("Remove <b>%1</b> from this session?")
+                                  .arg(fileNameOf(images[row].imagePath).toHtmlEscaped())),
         QStringLiteral("Would you also like to delete the image file from disk?"), buttons,
         KeepFile);
     if (answer != DeleteFile && answer != KeepFile)
@@ -621,9 +633,7 @@ void MainWindow::onRemoveImageRequested(int row)
 
     currentIndex = -1;
     if (images.isEmpty()) {
-        canvas->setImage(QPixmap());
-        canvas->setBoxes({});
-        annotationsPanel->setBoxes({});
+        showNoImage();
         updateStatusLabel();
         return;
     }

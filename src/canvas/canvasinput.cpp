@@ -4,13 +4,14 @@
 #include <QCursor>
 #include <QKeyEvent>
 #include <QLineF>
-#include <QMenu>
 #include <QMouseEvent>
 #include <QWheelEvent>
 #include <QtMath>
 
 #include <algorithm>
 #include <cmath>
+
+#include "ui/sectionmenu.h"
 
 namespace {
 
@@ -105,14 +106,13 @@ void ImageCanvas::rightPress(const QPointF& widgetPos)
         Q_EMIT selectionChanged(index);
         update();
     }
-    QMenu menu(this);
+    SectionMenu menu(this);
     menu.addSection(QStringLiteral("Change label to:"));
     const QString current = m_boxes.at(index).label;
     for (const QString& name : std::as_const(m_labelNames)) {
-        QAction* action = menu.addAction(name);
+        QAction* action = menu.addLiteralAction(name);
         action->setCheckable(true);
         action->setChecked(name == current);
-        action->setData(name);
     }
     const QAction* chosen = menu.exec(mapToGlobal(widgetPos.toPoint()));
     if (chosen)

@@ -177,10 +177,10 @@ void TestExportImport::noDataLoadedStopsFirst_data()
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("text");
 
-    const QString loadFirst = QStringLiteral(
+    const QString loadFirst = UserPrompts::richText(QStringLiteral(
         "Please click <b>Load Data</b> first and point Brindle to your\n"
         "images directory and annotations directory\n"
-        "(they can be empty folders if you are starting fresh).");
+        "(they can be empty folders if you are starting fresh)."));
     for (const char* action :
          {"exportYoloAction", "importYoloAction", "exportCocoAction", "importCocoAction",
           "exportDotaAction", "importDotaAction", "exportCsvAction", "importCsvAction",

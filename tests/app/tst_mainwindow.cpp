@@ -396,13 +396,46 @@ private Q_SLOTS:
         }
     }
 
+    void menuSectionTitlesAreDrawn_data()
+    {
+        QTest::addColumn<QString>("menu");
+        QTest::addColumn<int>("sections");
+        QTest::newRow("export / import") << "toolbar" << 6;
+        QTest::newRow("canvas") << "canvas" << 1;
+    }
+
     void menuSectionTitlesAreDrawn()
     {
+        QFETCH(QString, menu);
+        QFETCH(int, sections);
+        openThreeImages();
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QMenu* menu = find<QToolButton>(QStringLiteral("exportImportButton"))->menu();
-        menu->popup(window->mapToGlobal(QPoint(20, 40)));
-        QTRY_VERIFY(menu->isVisible());
+        if (menu == QLatin1String("toolbar")) {
+            QMenu* m = find<QToolButton>(QStringLiteral("exportImportButton"))->menu();
+            m->popup(window->mapToGlobal(QPoint(20, 40)));
+            QTRY_VERIFY(m->isVisible());
+            checkSectionTitles(m, sections);
+            return;
+        }
+        // The canvas runs its menu in an event loop of its own until it is closed.
+        window->canvas->setBoxes({makeBox("object", 0, 0, 19, 9)}); // the whole image
+        QTimer poll;
+        connect(&poll, &QTimer::timeout, this, [&] {
+            if (auto* m = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
+                poll.stop();
+                checkSectionTitles(m, sections);
+                sections = -1;
+            }
+        });
+        poll.start(10);
+        QTest::mousePress(window->canvas, Qt::RightButton, {}, window->canvas->rect().center());
+        QCOMPARE(sections, -1);
+    }
+
+private:
+    void checkSectionTitles(QMenu* menu, int expected)
+    {
         const QImage shot = menu->grab().toImage().convertToFormat(QImage::Format_RGB32);
         QFont bold = menu->font();
         bold.setBold(true);
@@ -414,10 +447,11 @@ private Q_SLOTS:
             ++sections;
             const QRect row = menu->actionGeometry(a);
             QVERIFY2(row.height() >= metrics.height(), qPrintable(a->text()));
-            // The title is written in grey at the left end of its row.
+            // The title is written in grey at the left end of its row, which holds it whole.
             int ink = 0;
             const QRect title(row.left(), row.top(), 8 + metrics.horizontalAdvance(a->text()),
                               row.height());
+            QVERIFY2(row.contains(title), qPrintable(a->text()));
             for (int y = title.top(); y <= title.bottom(); ++y)
                 for (int x = title.left(); x <= title.right(); ++x)
                     if (closeTo(shot.pixelColor(x, y), QColor(0xaa, 0xaa, 0xaa)))
@@ -425,8 +459,10 @@ private Q_SLOTS:
             QVERIFY2(ink >= 5, qPrintable(a->text()));
         }
         menu->close();
-        QCOMPARE(sections, 6);
+        QCOMPARE(sections, expected);
     }
+
+private Q_SLOTS:
 
     void lockRecolours()
     {
@@ -552,6 +588,47 @@ private Q_SLOTS:
         QTest::keyClick(window.get(), Qt::Key(key), Qt::KeyboardModifiers(modifiers));
         QCOMPARE(window->currentIndex, expected);
         QCOMPARE(window->imageList->currentRow(), expected);
+    }
+
+    void windowKeysFromLists_data()
+    {
+        QTest::addColumn<bool>("panel"); // the annotations list has the focus, else the image list
+        QTest::addColumn<int>("key");
+        QTest::addColumn<int>("expected"); // image shown, starting at 1
+        QTest::addColumn<double>("zoom");
+        QTest::newRow("d") << false << int(Qt::Key_D) << 2 << 1.0;
+        QTest::newRow("a") << false << int(Qt::Key_A) << 0 << 1.0;
+        QTest::newRow("page down") << false << int(Qt::Key_PageDown) << 2 << 1.0;
+        QTest::newRow("plus") << false << int(Qt::Key_Plus) << 1 << 1.25;
+        QTest::newRow("panel: minus") << true << int(Qt::Key_Minus) << 1 << 0.8;
+    }
+
+    void windowKeysFromLists()
+    {
+        QFETCH(bool, panel);
+        QFETCH(int, key);
+        QFETCH(int, expected);
+        QFETCH(double, zoom);
+        openThreeImages();
+        window->imageList->setCurrentRow(1);
+        QTest::keyClick(panel ? static_cast<QWidget*>(window->annotationsPanel->listWidget())
+                              : window->imageList, Qt::Key(key));
+        QCOMPARE(window->currentIndex, expected);
+        QCOMPARE(window->canvas->m_zoom, zoom);
+    }
+
+    void toolbarOverflowOpens()
+    {
+        // At 900 px the last controls go behind the overflow button, which opens them.
+        window->resize(900, 700);
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        auto* help = find<QToolButton>(QStringLiteral("helpButton"));
+        QTRY_VERIFY(!help->isVisible());
+        QTest::mouseClick(find<QToolButton>(QStringLiteral("qt_toolbar_ext_button")), Qt::LeftButton);
+        QTRY_VERIFY(help->isVisible());
+        QTest::mouseClick(help, Qt::LeftButton);
+        QCOMPARE(helpWindows().size(), 1);
     }
 
     void prevNextActions()
