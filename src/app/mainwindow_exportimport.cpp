@@ -3,6 +3,7 @@
 
 #include "app/mainwindow.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QProgressDialog>
 
@@ -57,6 +58,12 @@ bool MainWindow::readWholeDataset(bool imageSizes, QList<int>* incomplete)
     };
     const DatasetReading::Outcome outcome =
         DatasetReading::readRecords(images, pending, options, progress);
+    // Off the screen before the command goes on without the event loop; the window
+    // repaints where the dialog stood.
+    if (dialog.isVisible()) {
+        dialog.hide();
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+    }
     if (incomplete)
         *incomplete = outcome.incomplete;
     return !outcome.cancelled;
