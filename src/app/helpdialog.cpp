@@ -28,6 +28,8 @@ hr { border: 0; border-top: 1px solid #444; }
 datasets. You point it at a folder of images and a folder for annotations; every change you
 make is written at once to one Pascal VOC style XML file per image. There is no project file
 and no Save command to remember.</p>
+<p>When the window is too narrow for the whole toolbar, the commands that do not fit are behind
+the <b>&raquo;</b> button at its right end: click it to show them.</p>
 <hr>
 
 <h3>Step 1 &mdash; Load your data</h3>
@@ -42,7 +44,8 @@ shown at once. In the background Brindle then reads the existing XML files: ever
 already has an annotation file is marked with <b>*</b> in the list, and every label name found
 in the files is added to the label list.</p>
 <p>The <b>&#8634;</b> button next to <b>Load Data</b> reloads the same folders, for example after
-you copied new images into them, and returns to the image you were on.</p>
+you copied new images into them, and returns to the image you were on. When the images folder
+holds no images any more, the canvas is cleared.</p>
 <p>Each row of the image list has a small <b>X</b> at its right end. Clicking it asks whether to
 take the image out of the session only, or to delete the image file from disk as well. The
 image's XML file is never deleted by this, so a later import or split still finds it.</p>
@@ -81,7 +84,8 @@ button:</p>
 <tr bgcolor="#2a2a2a"><td><b>Rotated Box</b></td><td>Drag out the box, then turn it with its rotation
 handle.</td></tr>
 <tr><td><b>Cuboid</b></td><td>Click 8 points: the four corners of the front face, then the four of
-the back face. The cuboid closes by itself at the 8th click.</td></tr>
+the back face (two quick clicks place two points). The cuboid closes by itself at the 8th
+click.</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>Ellipse</b></td><td>Drag out its bounding rectangle (each semi-axis at least
 2 pixels); turn it with its rotation handle.</td></tr>
 </table>
@@ -103,7 +107,8 @@ history starts empty when you open it.</p>
 
 <h3>Step 4 &mdash; Navigate images</h3>
 <p>Click an image in the list, use Up and Down in the list, the <b>&lt; Prev</b> and
-<b>Next &gt;</b> buttons, or the Left/Right arrows, Page Up/Page Down, and A/D keys. Moving to
+<b>Next &gt;</b> buttons, or the Left/Right arrows, Page Up/Page Down, and A/D keys; these keys
+work whichever pane has the focus, the image list included. Moving to
 another image saves the one you leave when it holds shapes. Navigation stops at the first and
 the last image; it does not wrap around.</p>
 <p>The padlock button next to the zoom buttons is the <b>auto-zoom lock</b>. While it is on (red),
@@ -122,7 +127,10 @@ to pan.</li>
 
 <h3>Step 6 &mdash; Export and import</h3>
 <p>The <b>Export / Import</b> menu converts the loaded dataset. Exports include the edits on the
-image being shown.</p>
+image being shown and every annotation file of the dataset, also those of images you have not
+opened yet: before an export Brindle reads the files it has not read so far (and, for the YOLO
+Pose export, the image sizes), with a progress window you can cancel when this takes a
+while.</p>
 <table width="100%" cellspacing="0" cellpadding="4">
 <tr bgcolor="#2a2a2a"><td><b>YOLO</b></td><td>Export writes <code>classes.txt</code> and one text file per
 annotated image: class number, then the box centre and size as fractions of the image size.
@@ -140,8 +148,8 @@ boxes and labels drawn, into one PNG file.</td></tr>
 </table>
 <p>Imports match files to images by file name without extension, add the boxes to those
 images, and add new label names to the label list. Imported shapes are kept in memory and are
-shown at once; an image's XML file is written when you edit it or move on from it (the image on
-screen is also written when you close Brindle).</p>
+shown at once; an image's XML file is written when you edit it or move on from it, and when you
+close Brindle every image whose imported shapes are not written yet is written.</p>
 
 <h3>Step 7 &mdash; Extract video frames</h3>
 <p><b>Edit &rarr; Extract Video Frames...</b> lets you pick a video (MP4, AVI, MOV, WMV, MKV, M4V,
@@ -195,6 +203,11 @@ tools load as boxes. The other kinds have elements of their own: <code>polygon</
 <code>line</code>, <code>keypoint</code> (with <code>visible</code>), <code>rotatedbox</code> (angle
 and four corners), <code>cuboid</code> (eight points) and <code>ellipse</code> (centre, radii and
 angle). Coordinates are image pixels with the origin at the top left.</p>
+<p>A file with an XML error partway (for example a bare <code>&amp;</code> in a label) is read up
+to the error: the shapes before it are shown. Before Brindle first writes over such a file, or
+deletes it, it keeps the original next to it as <code>name.xml.orig</code>
+(<code>name.xml.orig2</code> and so on when a different copy is already there), so that the
+shapes after the error are never lost. Brindle itself never reads these copies.</p>
 
 <h3>AI video frame extraction with YOLO</h3>
 <p><b>Edit &rarr; AI Video Frame Extraction (YOLO)...</b> runs a YOLO model (<code>.pt</code> file)
@@ -267,13 +280,17 @@ frame is written, so a stopped run leaves no unplayable file under that name. Th
 saves clean frames; its optional XML files hold the detected boxes.</p>
 
 <h3>Keyboard shortcuts</h3>
-<p>Ctrl means the Command key on macOS.</p>
+<p>Ctrl means the Command key on macOS. The keys of the editing, clipboard, navigation and zoom
+tables work whichever pane has the focus: the canvas, the image list or the Annotations panel.
+In the lists Up and Down still move through the rows, and the arrow keys move a shape only
+while the canvas has the focus.</p>
 <h4>Drawing shapes</h4>
 <table width="100%" cellspacing="0" cellpadding="4">
 <tr bgcolor="#2a2a2a"><td><b>Left drag</b></td><td>Draw a box, rotated box, ellipse or line</td></tr>
 <tr><td><b>Click</b></td><td>Place a keypoint, or the next polygon / cuboid point</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>Double-click</b> / <b>Enter</b></td><td>Close the polygon (3 points or more)</td></tr>
-<tr><td><b>Escape</b></td><td>Drop the points in progress, or deselect</td></tr>
+<tr><td><b>Escape</b></td><td>Drop the points in progress or the shape being dragged out, or
+deselect</td></tr>
 </table>
 <h4>Editing</h4>
 <table width="100%" cellspacing="0" cellpadding="4">

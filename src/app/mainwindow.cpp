@@ -7,10 +7,11 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
-#include <QPaintEvent>
 #include <QPainterPath>
+#include <QPolygonF>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTimer>
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -21,8 +22,11 @@
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
 #include "model/labelpalette.h"
+#include "ui/sectionmenu.h"
 
 namespace {
+
+constexpr int kToolBarHeight = 34;
 
 // Toolbar buttons whose style sheet sets the horizontal padding. QToolButton's own size
 // hint reserves the width of a blank on each side of the text on top of that padding;
@@ -42,40 +46,34 @@ public:
     }
 };
 
-// A menu that paints the titles of its sections. With the application style sheet the
-// menu and its separators are drawn by the style sheet, which shows a section
-// (QMenu::addSection) as a bare line and drops its title.
-class SectionMenu : public QMenu
+// Paints the toolbar's overflow button, which Qt adds when the window is too narrow for
+// every control, in the look of the other toolbar buttons: an outline and a chevron. The
+// style would draw its arrow icon inside the style sheet's padding, where it has no room.
+class OverflowButtonPainter : public QObject
 {
 public:
-    explicit SectionMenu(QWidget* parent) : QMenu(parent)
-    {
-        setStyleSheet(Theme::sectionMenuStyle());
-    }
+    using QObject::QObject;
 
 protected:
-    void paintEvent(QPaintEvent* event) override
+    bool eventFilter(QObject* watched, QEvent* event) override
     {
-        QMenu::paintEvent(event);
-        QPainter p(this);
-        QFont titleFont = font();
-        titleFont.setBold(true);
-        p.setFont(titleFont);
-        const QFontMetrics metrics(titleFont);
-        for (QAction* action : actions()) {
-            if (!action->isSeparator() || action->text().isEmpty())
-                continue;
-            const QRect row = actionGeometry(action);
-            if (!row.intersects(event->rect()))
-                continue;
-            const QRect textRect = row.adjusted(8, 0, -8, 0);
-            p.setPen(Theme::menuSectionTitleColor());
-            p.drawText(textRect, Qt::AlignLeft | Qt::AlignVCenter, action->text());
-            const int lineStart = textRect.left() + metrics.horizontalAdvance(action->text()) + 6;
-            if (lineStart < textRect.right())
-                p.fillRect(QRect(lineStart, row.center().y(), textRect.right() - lineStart + 1, 1),
-                           Theme::menuSeparatorColor());
+        auto* button = qobject_cast<QToolButton*>(watched);
+        if (!button || event->type() != QEvent::Paint)
+            return false;
+        QPainter p(button);
+        p.setRenderHint(QPainter::Antialiasing);
+        const QColor ink = button->underMouse() || button->isChecked() ? QColor(0xff, 0x44, 0x44)
+                                                                       : QColor(0xaa, 0xaa, 0xaa);
+        const QRectF frame = QRectF(button->rect()).adjusted(0.5, 3.5, -0.5, -3.5);
+        p.setPen(QPen(ink, 1));
+        p.drawRoundedRect(frame, 3, 3);
+        p.setPen(QPen(ink, 1.4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        const QPointF c = frame.center();
+        for (double dx : {-2.0, 1.5}) {
+            const QPointF tip(c.x() + dx + 1.5, c.y());
+            p.drawPolyline(QPolygonF({tip + QPointF(-2.5, -3.5), tip, tip + QPointF(-2.5, 3.5)}));
         }
+        return true;
     }
 };
 
@@ -139,12 +137,15 @@ MainWindow::MainWindow(QWidget* parent)
 {
     setWindowTitle(QStringLiteral("Brindle (Beta)"));
     resize(1280, 800);
+    setAnimated(false);
 
     buildToolbar();
     buildCentralArea();
 
     statusLabel = new QLabel(QStringLiteral("No data loaded. Click 'Load Data' to begin."));
     statusLabel->setObjectName(QStringLiteral("statusLabel"));
+    // File names are shown as they are, never read as markup.
+    statusLabel->setTextFormat(Qt::PlainText);
     statusBar()->addWidget(statusLabel, 0);
 
     labels = {LabelPalette::defaultLabel()};
@@ -165,8 +166,24 @@ void MainWindow::buildToolbar()
     toolbar->setContextMenuPolicy(Qt::PreventContextMenu);
     // The icon size first: setting it drops the toolbar's minimum height.
     toolbar->setIconSize(QSize(16, 16));
-    toolbar->setFixedHeight(34);
+    toolbar->setFixedHeight(kToolBarHeight);
     toolbar->setMovable(false);
+    // When the window is too narrow, the controls that do not fit go behind the overflow
+    // button, which opens them in rows below the bar: the bar may grow while it is open.
+    if (auto* overflow = toolbar->findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"))) {
+        overflow->setToolTip(QStringLiteral("More commands"));
+        overflow->installEventFilter(new OverflowButtonPainter(overflow));
+        connect(overflow, &QToolButton::toggled, toolbar, [toolbar](bool open) {
+            toolbar->setMaximumHeight(open ? QWIDGETSIZE_MAX : kToolBarHeight);
+            // Closed after the window grew: lay the bar out again, so that the button
+            // goes away when everything fits now.
+            if (!open)
+                QTimer::singleShot(0, toolbar, [toolbar] {
+                    toolbar->layout()->invalidate();
+                    toolbar->layout()->activate();
+                });
+        });
+    }
 
     QToolButton* loadButton = makeToolButton(
         QStringLiteral("loadDataButton"), QStringLiteral("Load Data"),
@@ -408,6 +425,7 @@ void MainWindow::buildCentralArea()
     connect(canvas, &ImageCanvas::selectionChanged, this, &MainWindow::onCanvasSelectionChanged);
     connect(canvas, &ImageCanvas::drawingCoords, this, &MainWindow::onDrawingCoords);
     connect(canvas, &ImageCanvas::aboutToChange, this, &MainWindow::pushUndo);
+    connect(canvas, &ImageCanvas::changeCancelled, this, &MainWindow::onCanvasChangeCancelled);
     connect(annotationsPanel, &AnnotationsPanel::selectionRequested, this,
             &MainWindow::onAnnotationSelected);
     connect(annotationsPanel, &AnnotationsPanel::deleteRequested, this,

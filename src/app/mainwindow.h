@@ -4,6 +4,8 @@
 #include <QMainWindow>
 #include <QString>
 
+#include <optional>
+
 #include "model/annotation.h"
 
 class AnnotationsPanel;
@@ -54,6 +56,11 @@ public:
     void syncClassComboFromAnnotations();
     // Reports an import's result and brings the canvas, list and labels up to date.
     void doAfterImport(bool ok, const QString& message);
+    // Reads the annotation file of every record that holds no shapes (and, with
+    // imageSizes, the image size of every record with shapes but no size) under a
+    // progress dialog shown when it takes long. False when the user cancelled.
+    // *incomplete (when given) lists the records whose file stopped at an XML error.
+    bool readWholeDataset(bool imageSizes, QList<int>* incomplete = nullptr);
 
     // Widgets the window talks to.
     ImageListWidget* imageList = nullptr;
@@ -124,14 +131,30 @@ private Q_SLOTS:
     void syncCurrentBoxes();
     void onCreateComboChanged(const QString& text);
     void onManageLabels();
+    void onCanvasChangeCancelled();
 
 private:
     void buildToolbar();
     void buildCentralArea();
     bool hasCurrentImage() const { return currentIndex >= 0 && currentIndex < images.size(); }
+    // Keeps the bytes of a file read only in part beside it before it is first written
+    // over or removed; false (after telling the user) when they could not be kept.
+    bool keepPartialOriginal(ImageAnnotations& record);
+    // Deletes a record's XML file (after its last shape went) and clears `dirty`.
+    void removeAnnotationFile(ImageAnnotations& record);
     // Deletes the XML file of the current image after its last shape went.
     void removeFileOfEmptiedImage();
     // Shows the snapshot `shapes` on the canvas and writes (or removes) the file.
     void restoreSnapshot(const QList<BoxAnnotation>& shapes);
     void selectImageRow(int row);
+    // Empties the canvas and the annotations panel.
+    void showNoImage();
+
+    // Undo and redo as they were before the last snapshot, so that a change the canvas
+    // calls off leaves no step behind; dropped by every other change of the history.
+    struct History {
+        QList<QList<BoxAnnotation>> undo;
+        QList<QList<BoxAnnotation>> redo;
+    };
+    std::optional<History> historyBeforeChange;
 };

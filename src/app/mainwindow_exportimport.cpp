@@ -3,12 +3,20 @@
 
 #include "app/mainwindow.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProgressDialog>
+
 #include "canvas/imagecanvas.h"
+#include "formats/datasetreading.h"
 #include "formats/exportimport.h"
 #include "formats/yoloposeexportdialog.h"
 #include "ui/userprompts.h"
 
 namespace {
+
+constexpr int kShowProgressAfterMs = 400;
+constexpr int kProgressRefreshMs = 40;
 
 void reportExport(QWidget* parent, const ExportImportResult& result)
 {
@@ -20,9 +28,52 @@ void reportExport(QWidget* parent, const ExportImportResult& result)
 
 } // namespace
 
+// --- Reading the whole dataset ------------------------------------------------------------
+
+bool MainWindow::readWholeDataset(bool imageSizes, QList<int>* incomplete)
+{
+    DatasetReading::Options options;
+    options.imageSizes = imageSizes;
+    const QList<int> pending = DatasetReading::recordsToRead(images, options);
+    if (pending.isEmpty())
+        return true;
+
+    QProgressDialog dialog(QStringLiteral("Reading annotation files..."), QStringLiteral("Cancel"),
+                           0, int(pending.size()), this);
+    dialog.setObjectName(QStringLiteral("readProgressDialog"));
+    dialog.setWindowTitle(QStringLiteral("Reading annotations"));
+    dialog.setWindowModality(Qt::WindowModal);
+    dialog.setMinimumDuration(kShowProgressAfterMs);
+    dialog.setAutoReset(false);
+    // Every value set on a modal progress dialog runs the event loop once: set one only
+    // now and then, so that the reading, not the dialog, takes the time.
+    QElapsedTimer sinceRefresh;
+    sinceRefresh.start();
+    const auto progress = [&](int done, int total) {
+        if (done == 0 || done == total || sinceRefresh.elapsed() >= kProgressRefreshMs) {
+            dialog.setValue(done);
+            sinceRefresh.restart();
+        }
+        return !dialog.wasCanceled();
+    };
+    const DatasetReading::Outcome outcome =
+        DatasetReading::readRecords(images, pending, options, progress);
+    // Off the screen before the command goes on without the event loop; the window
+    // repaints where the dialog stood.
+    if (dialog.isVisible()) {
+        dialog.hide();
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+    }
+    if (incomplete)
+        *incomplete = outcome.incomplete;
+    return !outcome.cancelled;
+}
+
 // --- Exports ---------------------------------------------------------------------------
 // Each export takes the canvas's shapes into the current record first, so that an edit
-// on the image shown is part of the output even before it was written.
+// on the image shown is part of the output even before it was written. Then every record
+// never shown is read from its file: an export of only the images opened so far would
+// silently hand on a dataset with most of its annotations missing.
 
 void MainWindow::onExportYolo()
 {
@@ -32,6 +83,8 @@ void MainWindow::onExportYolo()
     const QString folder = UserPrompts::current().existingDirectory(
         this, QStringLiteral("Select output folder for YOLO files"), QString());
     if (folder.isEmpty())
+        return;
+    if (!readWholeDataset(false))
         return;
     reportExport(this, ExportImport::exportYolo(images, labels, folder));
 }
@@ -46,6 +99,8 @@ void MainWindow::onExportCoco()
         QStringLiteral("JSON (*.json)"));
     if (path.isEmpty())
         return;
+    if (!readWholeDataset(false))
+        return;
     reportExport(this, ExportImport::exportCoco(images, labels, path));
 }
 
@@ -57,6 +112,8 @@ void MainWindow::onExportDota()
     const QString folder = UserPrompts::current().existingDirectory(
         this, QStringLiteral("Select output folder for DOTA files"), QString());
     if (folder.isEmpty())
+        return;
+    if (!readWholeDataset(false))
         return;
     reportExport(this, ExportImport::exportDota(images, folder));
 }
@@ -70,6 +127,8 @@ void MainWindow::onExportCsv()
         this, QStringLiteral("Save CSV file"), QStringLiteral("annotations.csv"),
         QStringLiteral("CSV (*.csv)"));
     if (path.isEmpty())
+        return;
+    if (!readWholeDataset(false))
         return;
     reportExport(this, ExportImport::exportCsv(images, path));
 }
@@ -96,6 +155,10 @@ void MainWindow::onExportYoloPose()
     }
     if (hasCurrentImage() && images[currentIndex].dirty)
         saveAnnotationsFor(currentIndex);
+    // Before the dialog, which offers the classes found in the records. This export
+    // leaves out images without a stored size, so the sizes are read as well.
+    if (!readWholeDataset(true))
+        return;
 
     YoloPoseExportDialog dialog(images, labels, this);
     if (UserPrompts::current().exec(&dialog) != QDialog::Accepted)

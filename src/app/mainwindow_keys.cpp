@@ -1,5 +1,6 @@
 #include "app/mainwindow.h"
 
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
@@ -87,9 +88,41 @@ void MainWindow::keyReleaseEvent(QKeyEvent* event)
     QMainWindow::keyReleaseEvent(event);
 }
 
+namespace {
+
+// Keys of the window's own table that a list view would take for itself (jumping to a
+// row by its first letter, a page at a time, select all, copying the row's text).
+bool isWindowKeyTakenByLists(const QKeyEvent* key)
+{
+    const bool ctrl = key->modifiers().testFlag(Qt::ControlModifier);
+    switch (key->key()) {
+    case Qt::Key_Plus:
+    case Qt::Key_Equal:
+    case Qt::Key_Minus:
+    case Qt::Key_F:
+    case Qt::Key_PageUp:
+    case Qt::Key_PageDown:
+    case Qt::Key_A:
+        return true;
+    case Qt::Key_D:
+        return !ctrl;
+    case Qt::Key_C:
+    case Qt::Key_V:
+    case Qt::Key_Z:
+    case Qt::Key_Y:
+    case Qt::Key_S:
+    case Qt::Key_M:
+        return ctrl;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
 // Installed on the application: Space anywhere (dialogs included) drives the canvas's
 // pan mode, except in widgets that type text or pick from a list.
-bool MainWindow::eventFilter(QObject* /*watched*/, QEvent* event)
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
     if (!canvas)
         return false;
@@ -101,15 +134,31 @@ bool MainWindow::eventFilter(QObject* /*watched*/, QEvent* event)
         || qobject_cast<QComboBox*>(focus))
         return false;
     auto* key = static_cast<QKeyEvent*>(event);
+    // The image list and the annotations list would use the window's keys for their own
+    // navigation; the keys act the same whichever pane has the focus. Their arrow keys
+    // still move the current row.
+    auto* view = qobject_cast<QAbstractItemView*>(watched);
+    if (type == QEvent::KeyPress && view && view->window() == this
+        && isWindowKeyTakenByLists(key)) {
+        key->accept();
+        keyPressEvent(key);
+        return key->isAccepted();
+    }
     if (key->key() != Qt::Key_Space || key->isAutoRepeat())
         return false;
     canvas->setSpaceHeld(type == QEvent::KeyPress);
     return true;
 }
 
+// Every record still marked dirty is written, not only the one shown: shapes that an
+// import put into images never opened would otherwise be lost with the window.
 void MainWindow::closeEvent(QCloseEvent* event)
 {
-    if (hasCurrentImage() && images[currentIndex].dirty)
-        saveAnnotationsFor(currentIndex);
+    QList<int> dirty;
+    for (int i = 0; i < images.size(); ++i) {
+        if (images.at(i).dirty)
+            dirty.append(i);
+    }
+    saveAnnotationsForAll(dirty);
     QMainWindow::closeEvent(event);
 }

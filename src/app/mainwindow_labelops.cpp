@@ -8,8 +8,6 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -22,7 +20,6 @@
 #include "labels/labelsdialog.h"
 #include "model/labelpalette.h"
 #include "model/labelscan.h"
-#include "model/vocxml.h"
 #include "ui/userprompts.h"
 
 namespace {
@@ -184,17 +181,22 @@ void MainWindow::onRenameLabel()
         return;
 
     syncCurrentBoxes();
+    // Images whose files were never read (the background scan only collects names) are
+    // read now, so the rename reaches every file of the dataset. A malformed file leaves
+    // its record empty, as an unreadable or missing one does.
+    QList<int> incomplete;
+    if (!readWholeDataset(false, &incomplete))
+        return;
+    for (int i : std::as_const(incomplete)) {
+        images[i].boxes.clear();
+        images[i].partial = false;
+    }
     QApplication::setOverrideCursor(Qt::WaitCursor);
     int shapeCount = 0;
     int imageCount = 0;
     QList<int> toSave;
     for (int i = 0; i < images.size(); ++i) {
         ImageAnnotations& record = images[i];
-        // Images whose files were never read (the background scan only collects names)
-        // are read now, so the rename reaches every file of the dataset. A missing file
-        // leaves the record empty, and so does an unreadable or malformed one.
-        if (record.boxes.isEmpty() && !VocXml::load(record))
-            record.boxes.clear();
         int changed = 0;
         for (BoxAnnotation& shape : record.boxes) {
             if (shape.label == oldName) {
@@ -280,9 +282,9 @@ void MainWindow::onRemoveLabel()
     };
     const int answer = UserPrompts::current().choose(
         this, QMessageBox::Warning, QStringLiteral("Confirm Removal"),
-        QStringLiteral("Are you sure you want to globally delete all annotations\n"
-                       "for the selected label: <b>%1</b>?")
-            .arg(name),
+        UserPrompts::richText(QStringLiteral("Are you sure you want to globally delete all annotations\n"
+                                             "for the selected label: <b>%1</b>?")
+                                  .arg(name.toHtmlEscaped())),
         QStringLiteral("This will remove the label and all its bounding boxes from every image. "
                        "This cannot be undone."),
         choices, 1);
@@ -307,9 +309,7 @@ void MainWindow::onRemoveLabel()
                 canvas->setBoxes(record.boxes);
             toSave.append(i);
         } else {
-            if (QFileInfo::exists(record.xmlPath))
-                QFile::remove(record.xmlPath);
-            record.dirty = false;
+            removeAnnotationFile(record);
         }
         updateImageListItem(i);
         shapeCount += int(removed);

@@ -145,6 +145,9 @@ void MainWindow::rebuildImageList()
     imageList->clear();
     currentIndex = -1;
     scanIndex = 0;
+    // The image shown belongs to the list just dropped; left on the canvas it would take
+    // drawing that no record receives.
+    showNoImage();
 
     if (files.isEmpty()) {
         statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
@@ -226,9 +229,10 @@ bool MainWindow::requireDataLoaded()
         return true;
     UserPrompts::current().information(
         this, QStringLiteral("No Data Loaded"),
-        QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
-                       "images directory and annotations directory\n"
-                       "(they can be empty folders if you are starting fresh)."));
+        UserPrompts::richText(
+            QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
+                           "images directory and annotations directory\n"
+                           "(they can be empty folders if you are starting fresh).")));
     return false;
 }
 
@@ -238,6 +242,7 @@ void MainWindow::loadImageAt(int row)
 {
     undoStack.clear();
     redoStack.clear();
+    historyBeforeChange.reset();
     if (row < 0 || row >= images.size())
         return;
 
@@ -278,6 +283,8 @@ void MainWindow::saveAnnotationsFor(int index)
     ImageAnnotations& record = images[index];
     if (index == currentIndex)
         record.boxes = canvas->boxes();
+    if (!keepPartialOriginal(record))
+        return;
     if (VocXml::save(record, QDir(imagesFolder).dirName())) {
         record.dirty = false;
         updateImageListItem(index);
@@ -303,6 +310,8 @@ void MainWindow::saveAnnotationsForAll(const QList<int>& indices)
         ImageAnnotations& record = images[index];
         if (index == currentIndex)
             record.boxes = canvas->boxes();
+        if (!keepPartialOriginal(record))
+            continue;
         if (batch.stage(record.xmlPath, VocXml::toXml(record, folderName)))
             staged.append(index);
         else
@@ -322,14 +331,36 @@ void MainWindow::saveAnnotationsForAll(const QList<int>& indices)
     }
 }
 
-void MainWindow::removeFileOfEmptiedImage()
+bool MainWindow::keepPartialOriginal(ImageAnnotations& record)
 {
-    if (!hasCurrentImage())
-        return;
-    ImageAnnotations& record = images[currentIndex];
-    if (QFileInfo::exists(record.xmlPath))
+    if (!record.partial)
+        return true;
+    // The file holds objects past the XML error that the record never saw: writing the
+    // record over it would drop them without a word.
+    QString error;
+    if (!VocXml::keepOriginal(record.xmlPath, &error)) {
+        UserPrompts::current().warning(
+            this, QStringLiteral("Save error"),
+            QStringLiteral("Could not keep a copy of a file that was read only in part:\n%1\n%2\n"
+                           "The file was left unchanged.")
+                .arg(record.xmlPath, error));
+        return false;
+    }
+    record.partial = false;
+    return true;
+}
+
+void MainWindow::removeAnnotationFile(ImageAnnotations& record)
+{
+    if (QFileInfo::exists(record.xmlPath) && keepPartialOriginal(record))
         QFile::remove(record.xmlPath);
     record.dirty = false;
+}
+
+void MainWindow::removeFileOfEmptiedImage()
+{
+    if (hasCurrentImage())
+        removeAnnotationFile(images[currentIndex]);
 }
 
 void MainWindow::onSaveCurrent()
@@ -355,6 +386,14 @@ void MainWindow::onImageRowChanged(int row)
             saveAnnotationsFor(currentIndex);
     }
     loadImageAt(row);
+}
+
+void MainWindow::showNoImage()
+{
+    canvas->setImage(QPixmap());
+    canvas->setBoxes({});
+    canvas->setImageInfo(0, 0);
+    annotationsPanel->setBoxes({});
 }
 
 void MainWindow::selectImageRow(int row)
@@ -389,8 +428,18 @@ void MainWindow::pushUndo()
 {
     if (currentIndex < 0)
         return;
+    historyBeforeChange = History{undoStack, redoStack};
     pushLimited(undoStack, canvas->boxes());
     redoStack.clear();
+}
+
+void MainWindow::onCanvasChangeCancelled()
+{
+    if (!historyBeforeChange)
+        return;
+    undoStack = historyBeforeChange->undo;
+    redoStack = historyBeforeChange->redo;
+    historyBeforeChange.reset();
 }
 
 void MainWindow::onCanvasBoxesChanged()
@@ -409,6 +458,7 @@ void MainWindow::onCanvasBoxesChanged()
 
 void MainWindow::restoreSnapshot(const QList<BoxAnnotation>& shapes)
 {
+    historyBeforeChange.reset();
     canvas->setBoxes(shapes);
     images[currentIndex].boxes = shapes;
     if (shapes.isEmpty())
@@ -559,8 +609,8 @@ void MainWindow::onRemoveImageRequested(int row)
     };
     const int answer = UserPrompts::current().choose(
         this, QMessageBox::Question, QStringLiteral("Remove Image"),
-        QStringLiteral("Remove <b>") + fileNameOf(images[row].imagePath)
-            + QStringLiteral("</b> from this session?"),
+        UserPrompts::richText(QStringLiteral("Remove <b>%1</b> from this session?")
+                                  .arg(fileNameOf(images[row].imagePath).toHtmlEscaped())),
         QStringLiteral("Would you also like to delete the image file from disk?"), buttons,
         KeepFile);
     if (answer != DeleteFile && answer != KeepFile)
@@ -583,9 +633,7 @@ void MainWindow::onRemoveImageRequested(int row)
 
     currentIndex = -1;
     if (images.isEmpty()) {
-        canvas->setImage(QPixmap());
-        canvas->setBoxes({});
-        annotationsPanel->setBoxes({});
+        showNoImage();
         updateStatusLabel();
         return;
     }

@@ -59,11 +59,13 @@ QString applicationStyleSheet()
         " border: 1px solid #3a3d45; selection-background-color: #1e3a6e; }\n"
         "QToolBar { background-color: #1e2024; border-bottom: 1px solid #3a3d45; spacing: 4px;"
         " padding: 2px; }\n"
-        "QToolButton { background-color: #35383f; color: #dcdcdc; border: 1px solid #4a4d55;"
-        " border-radius: 4px; padding: 3px 8px; }\n"
-        "QToolButton:hover { background-color: #42454d; }\n"
-        "QToolButton:pressed { background-color: #252830; }\n"
-        "QToolButton:checked { background-color: #1e3a6e; border-color: #4a90d9; }\n"
+        // Only the toolbar's buttons: Qt's own dialogs (file and folder choosers) have
+        // icon-only tool buttons that this padding would crush to dots.
+        "QToolBar QToolButton { background-color: #35383f; color: #dcdcdc;"
+        " border: 1px solid #4a4d55; border-radius: 4px; padding: 3px 8px; }\n"
+        "QToolBar QToolButton:hover { background-color: #42454d; }\n"
+        "QToolBar QToolButton:pressed { background-color: #252830; }\n"
+        "QToolBar QToolButton:checked { background-color: #1e3a6e; border-color: #4a90d9; }\n"
         "QStatusBar { background-color: #1e2024; color: #aaaaaa; border-top: 1px solid #3a3d45; }\n"
         "QScrollBar:vertical { background-color: #1e2024; width: 10px; border-radius: 5px; }\n"
         "QScrollBar:horizontal { background-color: #1e2024; height: 10px; border-radius: 5px; }\n"
@@ -147,21 +149,6 @@ QString helpButtonStyle()
         "QToolButton { color: #aaaaaa; font-weight: bold; font-size: 13px; padding: 2px 8px;"
         " background: transparent; border: 1px solid #aaaaaa; border-radius: 3px; }"
         " QToolButton:hover { color: #ff4444; border-color: #ff4444; }");
-}
-
-QString sectionMenuStyle()
-{
-    return QStringLiteral("QMenu::separator { height: 18px; background: transparent; margin: 2px 0; }");
-}
-
-QColor menuSectionTitleColor()
-{
-    return QColor(0xaa, 0xaa, 0xaa);
-}
-
-QColor menuSeparatorColor()
-{
-    return QColor(0x3a, 0x40, 0x60);
 }
 
 } // namespace Theme

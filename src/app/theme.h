@@ -23,10 +23,4 @@ QString smallButtonStyle();  // "+/-" and the zoom buttons
 QString lockButtonStyle();   // the auto-zoom lock
 QString helpButtonStyle();   // "Help"
 
-// Own style sheet of a menu made of titled sections: the section rows get the height of a
-// title line and no fill; the menu paints the title and a separator line after it.
-QString sectionMenuStyle();
-QColor menuSectionTitleColor();
-QColor menuSeparatorColor(); // the colour of every menu separator
-
 } // namespace Theme

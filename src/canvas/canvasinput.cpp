@@ -4,13 +4,14 @@
 #include <QCursor>
 #include <QKeyEvent>
 #include <QLineF>
-#include <QMenu>
 #include <QMouseEvent>
 #include <QWheelEvent>
 #include <QtMath>
 
 #include <algorithm>
 #include <cmath>
+
+#include "ui/sectionmenu.h"
 
 namespace {
 
@@ -105,14 +106,13 @@ void ImageCanvas::rightPress(const QPointF& widgetPos)
         Q_EMIT selectionChanged(index);
         update();
     }
-    QMenu menu(this);
+    SectionMenu menu(this);
     menu.addSection(QStringLiteral("Change label to:"));
     const QString current = m_boxes.at(index).label;
     for (const QString& name : std::as_const(m_labelNames)) {
-        QAction* action = menu.addAction(name);
+        QAction* action = menu.addLiteralAction(name);
         action->setCheckable(true);
         action->setChecked(name == current);
-        action->setData(name);
     }
     const QAction* chosen = menu.exec(mapToGlobal(widgetPos.toPoint()));
     if (chosen)
@@ -520,11 +520,14 @@ void ImageCanvas::finaliseWip()
 
 void ImageCanvas::mouseDoubleClickEvent(QMouseEvent* event)
 {
-    // The first press of the pair has already placed the vertex; the double-click only
-    // closes the polygon. It is never a second press (QWidget's default would be).
+    // The first press of the pair has already placed the vertex; for a polygon the
+    // double-click only closes it. A cuboid is closed by its 8th point alone: there the
+    // double-click stands for the second press of two quick clicks, each adding a point.
     if (event->button() == Qt::LeftButton && m_currentShape == ShapeType::Polygon
         && m_wipPoints.size() >= 3)
         finaliseWip();
+    else if (event->button() == Qt::LeftButton && m_currentShape == ShapeType::Cuboid)
+        mousePressEvent(event);
     event->accept();
 }
 
@@ -567,12 +570,14 @@ void ImageCanvas::keyPressEvent(QKeyEvent* event)
         if (!m_wipPoints.isEmpty()) {
             cancelWip();
         } else if (m_dragMode == CreateDrag || m_dragMode == CreateLine) {
-            // The shape being dragged out is dropped, as if released too small.
+            // The shape being dragged out is dropped and the shapes are as they were
+            // before the press: the change announced there is called off.
             if (hasValidSelection())
                 m_boxes.removeAt(m_selectedIndex);
             m_dragMode = None;
             deselect();
             clearDrawingCoords();
+            Q_EMIT changeCancelled();
         } else if (hasValidSelection() || m_allSelected) {
             deselect();
         }

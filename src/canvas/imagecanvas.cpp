@@ -116,12 +116,11 @@ QRect ImageCanvas::clampToImage(const QRect& r) const
     if (!hasImage())
         return r;
     const QRect n = r.normalized();
-    const int maxX = m_pixmap.width() - 1;
-    const int maxY = m_pixmap.height() - 1;
-    // Every side is kept inside the image, so a rectangle lying wholly outside becomes a
-    // sliver on the nearest border instead of an inverted rectangle.
-    return QRect(QPoint(std::clamp(n.left(), 0, maxX), std::clamp(n.top(), 0, maxY)),
-                 QPoint(std::clamp(n.right(), 0, maxX), std::clamp(n.bottom(), 0, maxY)));
+    // Only the sides that overhang move: left and top up to 0, right and bottom down to
+    // the last pixel. A rectangle wholly outside the image is not squeezed onto its border.
+    return QRect(QPoint(std::max(n.left(), 0), std::max(n.top(), 0)),
+                 QPoint(std::min(n.right(), m_pixmap.width() - 1),
+                        std::min(n.bottom(), m_pixmap.height() - 1)));
 }
 
 QList<QPointF> ImageCanvas::rotatedBoxCorners(const QPointF& centre, double w, double h,

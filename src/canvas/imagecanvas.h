@@ -106,6 +106,9 @@ Q_SIGNALS:
     void selectionChanged(int index);
     void drawingCoords(int left, int top, int right, int bottom);
     void labelChangeRequested(int index, const QString& label);
+    // The change announced by the last aboutToChange() will not come (Escape during a
+    // creating drag): the shapes are as they were before it.
+    void changeCancelled();
 
 protected:
     void paintEvent(QPaintEvent* event) override;

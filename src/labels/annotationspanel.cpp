@@ -3,11 +3,11 @@
 #include <QEvent>
 #include <QLabel>
 #include <QListWidget>
-#include <QMenu>
 #include <QMouseEvent>
 #include <QVBoxLayout>
 
 #include "ui/imagelistdelegate.h"
+#include "ui/sectionmenu.h"
 
 namespace {
 
@@ -98,12 +98,10 @@ void AnnotationsPanel::onContextMenu(const QPoint& pos)
     const int row = m_list->row(item);
     const QString current = item->text();
 
-    QMenu menu(this);
+    SectionMenu menu(this);
     menu.addSection(QStringLiteral("Change label to:"));
     for (const QString& name : m_labelNames) {
-        // Escape '&' so that a label name is shown as written, not as a mnemonic.
-        QAction* action = menu.addAction(QString(name).replace(QLatin1Char('&'), QLatin1String("&&")));
-        action->setData(name);
+        QAction* action = menu.addLiteralAction(name);
         if (name == current) {
             action->setCheckable(true);
             action->setChecked(true);

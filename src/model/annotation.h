@@ -51,6 +51,9 @@ struct ImageAnnotations {
     int height = 0;
     QList<BoxAnnotation> boxes;
     bool dirty = false;
+    // The last read of xmlPath stopped at an XML error: the file holds more than `boxes`,
+    // and its bytes are kept beside it before it is first written over.
+    bool partial = false;
 };
 
 struct LabelDef {

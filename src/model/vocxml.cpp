@@ -12,6 +12,9 @@
 #include <cstdint>
 #include <cstring>
 
+#include "model/atomicbatch.h"
+#include "model/plainxml.h"
+
 namespace {
 
 // ---------------------------------------------------------------------------------------
@@ -359,7 +362,8 @@ Tag classify(QStringView name)
 // The text of the element whose start tag was just read, up to and including its end
 // tag, with the semantics of QXmlStreamReader::readElementText() (a child element is an
 // error), but collected into a buffer that is reused across elements.
-QStringView readText(QXmlStreamReader& xml, QString& buf)
+template <typename Xml>
+QStringView readText(Xml& xml, QString& buf)
 {
     buf.resize(0);
     for (;;) {
@@ -426,7 +430,8 @@ bool parsePlainDecimal(QStringView text, double& out)
 // Numbers are read in the C locale with surrounding white space ignored; anything that
 // is not a finite number (including "nan", "inf" and overflowing values) reads as 0, so
 // no NaN or infinity ever enters the shapes from a file.
-double readNumber(QXmlStreamReader& xml, QString& buf)
+template <typename Xml>
+double readNumber(Xml& xml, QString& buf)
 {
     const QStringView text = readText(xml, buf);
     double v = 0;
@@ -435,7 +440,8 @@ double readNumber(QXmlStreamReader& xml, QString& buf)
     return std::isfinite(v) ? v : 0.0;
 }
 
-QPointF readPoint(QXmlStreamReader& xml, QString& buf)
+template <typename Xml>
+QPointF readPoint(Xml& xml, QString& buf)
 {
     double x = 0, y = 0;
     while (!xml.atEnd() && !xml.hasError()) {
@@ -465,10 +471,12 @@ void setY(QList<QPointF>& points, qsizetype i, double v)
         points[i].setY(v);
 }
 
+// Reads from a QXmlStreamReader, or from a PlainXmlReader, which gives the same tokens.
+template <typename Xml>
 class Reader
 {
 public:
-    Reader(const QByteArray& data, QList<BoxAnnotation>& boxes) : m_xml(data), m_boxes(boxes) {}
+    Reader(Xml& xml, QList<BoxAnnotation>& boxes) : m_xml(xml), m_boxes(boxes) {}
 
     bool run()
     {
@@ -611,7 +619,7 @@ private:
         m_current.type = type;
     }
 
-    QXmlStreamReader m_xml;
+    Xml& m_xml;
     QList<BoxAnnotation>& m_boxes;
     BoxAnnotation m_current;
     QString m_buf;
@@ -662,8 +670,21 @@ bool save(const ImageAnnotations& ann, const QString& folder)
 
 bool loadFromData(const QByteArray& data, QList<BoxAnnotation>& boxes)
 {
+    // Files as this program writes them take the fast tokeniser; any other file, and
+    // every malformed one, goes through QXmlStreamReader, which also finds its errors.
+    PlainXmlReader plain;
+    if (plain.parse(data)) {
+        boxes.clear();
+        return Reader(plain, boxes).run();
+    }
+    return loadWithStreamReader(data, boxes);
+}
+
+bool loadWithStreamReader(const QByteArray& data, QList<BoxAnnotation>& boxes)
+{
     boxes.clear();
-    return Reader(data, boxes).run();
+    QXmlStreamReader xml(data);
+    return Reader(xml, boxes).run();
 }
 
 bool load(ImageAnnotations& ann)
@@ -676,7 +697,35 @@ bool load(ImageAnnotations& ann)
     const QByteArray data = file.readAll();
     if (file.error() != QFileDevice::NoError)
         return false;
-    return loadFromData(data, ann.boxes);
+    const bool whole = loadFromData(data, ann.boxes);
+    ann.partial = !whole;
+    return whole;
+}
+
+bool keepOriginal(const QString& xmlPath, QString* error)
+{
+    QFile file(xmlPath);
+    if (!file.exists())
+        return true;
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    for (int n = 1;; ++n) {
+        const QString copy = xmlPath + QStringLiteral(".orig") + (n > 1 ? QString::number(n) : QString());
+        QFile existing(copy);
+        if (!existing.exists())
+            return AtomicBatch::writeFile(copy, bytes, error);
+        if (existing.open(QIODevice::ReadOnly) && existing.readAll() == bytes)
+            return true;
+    }
 }
 
 } // namespace VocXml

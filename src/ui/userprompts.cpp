@@ -10,13 +10,15 @@ namespace {
 
 UserPrompts* installedPrompts = nullptr;
 
-// QMessageBox only looks for markup before the first line break, so a message whose
-// <b> stands on a later line would show its tags. Such texts are shown as rich text.
+const QLatin1String kRichTextStart("<qt>");
+
+// The format is never guessed: QMessageBox would take a file name such as "<i>draft.png"
+// on the first line for markup, and would miss the markup of a rich text whose first
+// line has none.
 void setMessageText(QMessageBox& box, const QString& text)
 {
+    box.setTextFormat(UserPrompts::isRichText(text) ? Qt::RichText : Qt::PlainText);
     box.setText(text);
-    if (!Qt::mightBeRichText(text) && text.contains(QLatin1String("</b>")))
-        box.setTextFormat(Qt::RichText);
 }
 
 void showMessage(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text)
@@ -39,6 +41,17 @@ void UserPrompts::install(UserPrompts* prompts)
     installedPrompts = prompts;
 }
 
+QString UserPrompts::richText(const QString& html)
+{
+    return kRichTextStart + QString(html).replace(QLatin1Char('\n'), QLatin1String("<br>"))
+        + QLatin1String("</qt>");
+}
+
+bool UserPrompts::isRichText(const QString& text)
+{
+    return text.startsWith(kRichTextStart);
+}
+
 void QtUserPrompts::information(QWidget* parent, const QString& title, const QString& text)
 {
     showMessage(QMessageBox::Information, parent, title, text);
@@ -59,7 +72,10 @@ QMessageBox::StandardButton QtUserPrompts::question(QWidget* parent, const QStri
                                                     QMessageBox::StandardButtons buttons,
                                                     QMessageBox::StandardButton defaultButton)
 {
-    return QMessageBox::question(parent, title, text, buttons, defaultButton);
+    QMessageBox box(QMessageBox::Question, title, QString(), buttons, parent);
+    setMessageText(box, text);
+    box.setDefaultButton(defaultButton);
+    return QMessageBox::StandardButton(box.exec());
 }
 
 int QtUserPrompts::choose(QWidget* parent, QMessageBox::Icon icon, const QString& title,

@@ -53,6 +53,12 @@ public:
     // returns its QDialog::DialogCode result.
     virtual int exec(QDialog* dialog) = 0;
 
+    // Message texts are plain text, shown exactly as written (a file or label name never
+    // reads as markup), except texts made by richText: those are shown as rich text with
+    // their line breaks kept. Names put into a rich text must be escaped (toHtmlEscaped).
+    static QString richText(const QString& html);
+    static bool isRichText(const QString& text);
+
     // The implementation in force. Defaults to QtUserPrompts.
     static UserPrompts& current();
     // Installs `prompts` (not owned); nullptr restores the real dialogs.

@@ -105,6 +105,7 @@ private Q_SLOTS:
     void drawnShapeReachesFile();
     void movedShapeUndoneByKey();
     void deleteKeyEmptiesFile();
+    void escapedDragLeavesNoUndoStep();
     void labelComboEndsSelection();
     void windowKeysFromFocusedCanvas_data();
     void windowKeysFromFocusedCanvas();
@@ -255,6 +256,21 @@ void TestEditRoad::deleteKeyEmptiesFile()
     QVERIFY(key(canvas(), Qt::Key_Z, Qt::ControlModifier));
     QCOMPARE(onDisk(xmlOf(0)), QList<BoxAnnotation>{box("object", 20, 20, 60, 50)});
     QCOMPARE(w->imageList->item(0)->text(), QStringLiteral("a.png  *"));
+}
+
+void TestEditRoad::escapedDragLeavesNoUndoStep()
+{
+    drag(QPointF(20, 20), QPointF(60, 50));
+    QVERIFY(key(canvas(), Qt::Key_Escape)); // deselects
+    // A second box is dragged out, then called off.
+    press(at(QPointF(100, 60)));
+    moveTo(at(QPointF(150, 90)));
+    QVERIFY(key(canvas(), Qt::Key_Escape));
+    release(at(QPointF(150, 90)));
+    // The next undo takes back the first box.
+    QVERIFY(key(canvas(), Qt::Key_Z, Qt::ControlModifier));
+    QVERIFY(canvas()->boxes().isEmpty());
+    QVERIFY(!QFile::exists(xmlOf(0)));
 }
 
 void TestEditRoad::labelComboEndsSelection()

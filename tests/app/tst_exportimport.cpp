@@ -13,6 +13,7 @@
 #include "formats/exportimport.h"
 #include "formats/yoloposeexportdialog.h"
 #include "labels/annotationspanel.h"
+#include "model/vocxml.h"
 #include "support/scriptedprompts.h"
 
 // The Export / Import menu driven through the main window: which chooser each command
@@ -176,10 +177,10 @@ void TestExportImport::noDataLoadedStopsFirst_data()
     QTest::addColumn<QString>("title");
     QTest::addColumn<QString>("text");
 
-    const QString loadFirst = QStringLiteral(
+    const QString loadFirst = UserPrompts::richText(QStringLiteral(
         "Please click <b>Load Data</b> first and point Brindle to your\n"
         "images directory and annotations directory\n"
-        "(they can be empty folders if you are starting fresh).");
+        "(they can be empty folders if you are starting fresh)."));
     for (const char* action :
          {"exportYoloAction", "importYoloAction", "exportCocoAction", "importCocoAction",
           "exportDotaAction", "importDotaAction", "exportCsvAction", "importCsvAction",
@@ -223,7 +224,8 @@ void TestExportImport::exportContainsUnsavedEdit_data()
 }
 
 // The shapes on the canvas have changed but nothing told the window yet (as in the
-// middle of an edit): the export must see them anyway.
+// middle of an edit): the export must see them anyway. So must it see the shapes in the
+// file of an image never shown.
 void TestExportImport::exportContainsUnsavedEdit()
 {
     QFETCH(int, format);
@@ -232,6 +234,10 @@ void TestExportImport::exportContainsUnsavedEdit()
     QTemporaryDir dir;
     QVERIFY(makeImageFile(dir.filePath("a.png")));
     QVERIFY(makeImageFile(dir.filePath("b.png")));
+    ImageAnnotations unread;
+    unread.xmlPath = dir.filePath("annotations/b.xml");
+    unread.boxes = {box("object", 1, 1, 4, 3)};
+    QVERIFY(QDir().mkpath(dir.filePath("annotations")) && VocXml::save(unread, "x"));
     QTemporaryDir out;
     ScriptedPrompts prompts;
     MainWindow w;
@@ -248,6 +254,7 @@ void TestExportImport::exportContainsUnsavedEdit()
     trigger(w, action);
 
     QCOMPARE(w.images[0].boxes, edited);
+    QCOMPARE(w.images[1].boxes, unread.boxes);
     const QMap<QString, QByteArray> written = folderContents(out.path());
     QVERIFY(!written.isEmpty());
 
@@ -269,11 +276,11 @@ void TestExportImport::exportContainsUnsavedEdit()
     QCOMPARE(prompts.last().title, QStringLiteral("Export complete"));
     QCOMPARE(prompts.last().text, result.message);
     QVERIFY(result.message.endsWith(target));
-    // The count tells the edit went out: two shapes on a, none on b.
+    // The count tells the edit went out: two shapes on a, one on b.
     if (format == Coco)
-        QCOMPARE(result.count, 2);
+        QCOMPARE(result.count, 3);
     if (format == Csv)
-        QCOMPARE(result.message, QStringLiteral("Exported 2 CSV row(s) to:\n") + target);
+        QCOMPARE(result.message, QStringLiteral("Exported 3 CSV row(s) to:\n") + target);
 }
 
 void TestExportImport::exportFailureShowsWarning_data()
@@ -542,6 +549,12 @@ void TestExportImport::poseExportUsesDialogOrderAndSavesDirtyImage()
 {
     QTemporaryDir dir;
     QVERIFY(writeImage(dir.filePath("a.png"), 640, 480));
+    // b is never shown: its file and its size are read for the export.
+    QVERIFY(writeImage(dir.filePath("b.png"), 320, 240));
+    ImageAnnotations unread;
+    unread.xmlPath = dir.filePath("annotations/b.xml");
+    unread.boxes = {box("person", 0, 0, 160, 120), keypoint("foot", 80, 120)};
+    QVERIFY(QDir().mkpath(dir.filePath("annotations")) && VocXml::save(unread, "x"));
     QTemporaryDir out;
     ScriptedPrompts prompts;
     MainWindow w;
@@ -580,11 +593,12 @@ void TestExportImport::poseExportUsesDialogOrderAndSavesDirtyImage()
     QCOMPARE(readBytes(out.filePath("labels/a.txt")),
              QByteArray("0 0.234375 0.416667 0.15625 0.416667 0.234375 0.1875 2 "
                         "0.234375 0.666667 2\n"));
+    QCOMPARE(readBytes(out.filePath("labels/b.txt")), QByteArray("0 0.25 0.25 0.5 0.5 0 0 0 0.25 0.5 2\n"));
     QVERIFY(readBytes(out.filePath("data.yaml")).endsWith("\nkpt_shape: [2, 3]\n"));
     QCOMPARE(prompts.last().kind, QStringLiteral("information"));
     QCOMPARE(prompts.last().title, QStringLiteral("Export Complete"));
     QCOMPARE(prompts.last().text,
-             QStringLiteral("Exported YOLO Pose for 1 image(s) to:\n") + out.path());
+             QStringLiteral("Exported YOLO Pose for 2 image(s) to:\n") + out.path());
 }
 
 QTEST_MAIN(TestExportImport)

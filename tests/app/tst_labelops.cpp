@@ -477,8 +477,9 @@ void TestLabelOps::removeLabel()
     QCOMPARE(prompts.callsOf("dialog").first().title, QStringLiteral("Remove Label"));
     const ScriptedPrompts::Call ask = prompts.callsOf("choose").first();
     QCOMPARE(ask.title, QStringLiteral("Confirm Removal"));
-    QCOMPARE(ask.text, QStringLiteral("Are you sure you want to globally delete all annotations\n"
-                                      "for the selected label: <b>A</b>?"));
+    QCOMPARE(ask.shown(), QStringLiteral("Are you sure you want to globally delete all annotations\n"
+                                         "for the selected label: A?"));
+    QVERIFY(ask.text.contains(QStringLiteral("<b>A</b>")));
     QCOMPARE(ask.informativeText,
              QStringLiteral("This will remove the label and all its bounding boxes from every "
                             "image. This cannot be undone."));

@@ -396,13 +396,48 @@ private Q_SLOTS:
         }
     }
 
+    void menuSectionTitlesAreDrawn_data()
+    {
+        QTest::addColumn<QString>("menu");
+        QTest::addColumn<int>("sections");
+        QTest::newRow("export / import") << "toolbar" << 6;
+        QTest::newRow("canvas") << "canvas" << 1;
+    }
+
     void menuSectionTitlesAreDrawn()
     {
+        QFETCH(QString, menu);
+        QFETCH(int, sections);
+        openThreeImages();
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QMenu* menu = find<QToolButton>(QStringLiteral("exportImportButton"))->menu();
-        menu->popup(window->mapToGlobal(QPoint(20, 40)));
-        QTRY_VERIFY(menu->isVisible());
+        if (menu == QLatin1String("toolbar")) {
+            QMenu* m = find<QToolButton>(QStringLiteral("exportImportButton"))->menu();
+            m->popup(window->mapToGlobal(QPoint(20, 40)));
+            QTRY_VERIFY(m->isVisible());
+            checkSectionTitles(m, sections);
+            m->close();
+            return;
+        }
+        // The canvas runs its menu in an event loop of its own until it is closed.
+        window->canvas->setBoxes({makeBox("object", 0, 0, 19, 9)}); // the whole image
+        QTimer poll;
+        connect(&poll, &QTimer::timeout, this, [&] {
+            if (auto* m = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
+                poll.stop();
+                checkSectionTitles(m, sections);
+                m->close(); // also after a failed check, or the menu would never return
+                sections = -1;
+            }
+        });
+        poll.start(10);
+        QTest::mousePress(window->canvas, Qt::RightButton, {}, window->canvas->rect().center());
+        QCOMPARE(sections, -1);
+    }
+
+private:
+    void checkSectionTitles(QMenu* menu, int expected)
+    {
         const QImage shot = menu->grab().toImage().convertToFormat(QImage::Format_RGB32);
         QFont bold = menu->font();
         bold.setBold(true);
@@ -414,19 +449,21 @@ private Q_SLOTS:
             ++sections;
             const QRect row = menu->actionGeometry(a);
             QVERIFY2(row.height() >= metrics.height(), qPrintable(a->text()));
-            // The title is written in grey at the left end of its row.
+            // The title is written in grey at the left end of its row, which holds it whole.
             int ink = 0;
             const QRect title(row.left(), row.top(), 8 + metrics.horizontalAdvance(a->text()),
                               row.height());
+            QVERIFY2(row.contains(title), qPrintable(a->text()));
             for (int y = title.top(); y <= title.bottom(); ++y)
                 for (int x = title.left(); x <= title.right(); ++x)
                     if (closeTo(shot.pixelColor(x, y), QColor(0xaa, 0xaa, 0xaa)))
                         ++ink;
             QVERIFY2(ink >= 5, qPrintable(a->text()));
         }
-        menu->close();
-        QCOMPARE(sections, 6);
+        QCOMPARE(sections, expected);
     }
+
+private Q_SLOTS:
 
     void lockRecolours()
     {
@@ -554,6 +591,51 @@ private Q_SLOTS:
         QCOMPARE(window->imageList->currentRow(), expected);
     }
 
+    void windowKeysFromLists_data()
+    {
+        QTest::addColumn<bool>("panel"); // the annotations list has the focus, else the image list
+        QTest::addColumn<int>("key");
+        QTest::addColumn<int>("start"); // image shown before the key
+        QTest::addColumn<int>("expected");
+        QTest::addColumn<double>("zoom");
+        QTest::newRow("d") << false << int(Qt::Key_D) << 0 << 1 << 1.0;
+        QTest::newRow("a") << false << int(Qt::Key_A) << 2 << 1 << 1.0;
+        QTest::newRow("page down") << false << int(Qt::Key_PageDown) << 0 << 1 << 1.0;
+        QTest::newRow("plus") << false << int(Qt::Key_Plus) << 1 << 1 << 1.25;
+        QTest::newRow("panel: minus") << true << int(Qt::Key_Minus) << 1 << 1 << 0.8;
+    }
+
+    void windowKeysFromLists()
+    {
+        QFETCH(bool, panel);
+        QFETCH(int, key);
+        QFETCH(int, start);
+        QFETCH(int, expected);
+        QFETCH(double, zoom);
+        openThreeImages();
+        window->imageList->setCurrentRow(start);
+        QTest::keyClick(panel ? static_cast<QWidget*>(window->annotationsPanel->listWidget())
+                              : window->imageList, Qt::Key(key));
+        QCOMPARE(window->currentIndex, expected);
+        QCOMPARE(window->canvas->m_zoom, zoom);
+    }
+
+    void toolbarOverflowOpens()
+    {
+        // At 900 px the last controls go behind the overflow button, which opens them.
+        window->resize(900, 700);
+        window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        auto* help = find<QToolButton>(QStringLiteral("helpButton"));
+        QTRY_VERIFY(!help->isVisible());
+        QTest::mouseClick(find<QToolButton>(QStringLiteral("qt_toolbar_ext_button")), Qt::LeftButton);
+        QTRY_VERIFY(help->isVisible());
+        // Laid out in a row of its own that the bar grows to show, not cut off below it.
+        QVERIFY(help->parentWidget()->rect().contains(help->geometry()));
+        QTest::mouseClick(help, Qt::LeftButton);
+        QCOMPARE(helpWindows().size(), 1);
+    }
+
     void prevNextActions()
     {
         openThreeImages();
@@ -633,16 +715,18 @@ private Q_SLOTS:
         QVERIFY(ctrlC.isAccepted());
     }
 
-    void closeSavesOnlyCurrentDirtyRecord()
+    void closeSavesEveryDirtyRecord()
     {
         openThreeImages();
         window->canvas->setBoxes({makeBox("object", 2, 2, 9, 8)});
         window->images[0].dirty = true;
+        // As an import leaves an image never shown.
         window->images[1].boxes = {makeBox("object", 1, 1, 5, 5)};
         window->images[1].dirty = true;
         QVERIFY(window->close());
         QVERIFY(QFile::exists(xmlOf("a")));
-        QVERIFY(!QFile::exists(xmlOf("b")));
+        QVERIFY(QFile::exists(xmlOf("b")));
+        QVERIFY(!QFile::exists(xmlOf("c")));
         QFile f(xmlOf("a"));
         QVERIFY(f.open(QIODevice::ReadOnly));
         QVERIFY(f.readAll().contains("<xmin>2</xmin>"));

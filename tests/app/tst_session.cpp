@@ -63,7 +63,7 @@ private Q_SLOTS:
     void openDatasetDefaultsAnnotationsFolder();
     void missingImagesFolderGivesStatus_data();
     void missingImagesFolderGivesStatus();
-    void emptyFolderKeepsCanvas();
+    void emptyFolderEmptiesCanvas();
     void backgroundScanMarksRowsAndCollectsLabels();
     void scanStatusEvery150Images();
     void statusTexts();
@@ -272,7 +272,7 @@ void TestSession::missingImagesFolderGivesStatus()
     QCOMPARE(status(w), "No images found in: " + missing);
 }
 
-void TestSession::emptyFolderKeepsCanvas()
+void TestSession::emptyFolderEmptiesCanvas()
 {
     QTemporaryDir full, empty;
     QVERIFY(makeImageFile(full.filePath("a.png")));
@@ -282,8 +282,9 @@ void TestSession::emptyFolderKeepsCanvas()
     editShapes(w, {box("object", 1, 1, 3, 3)});
     QVERIFY(w.openDataset(empty.path()));
     QCOMPARE(w.imageList->count(), 0);
-    QVERIFY(w.canvas->hasImage());
-    QCOMPARE(w.canvas->boxes().size(), 1);
+    // No image is left to show or to draw on.
+    QVERIFY(!w.canvas->hasImage());
+    QVERIFY(w.canvas->boxes().isEmpty());
     QCOMPARE(status(w), "No images found in: " + empty.path());
 }
 
@@ -491,13 +492,13 @@ void TestSession::imageFileDeletedWhileRunning()
     QCOMPARE(w.imageList->item(0)->text(), QStringLiteral("a.png"));
     w.updateImageListItem(7); // outside the list: ignored
 
-    // The whole images folder goes away: a reload finds nothing and keeps the canvas.
+    // The whole images folder goes away: a reload finds nothing and empties the canvas.
     const QString images = w.imagesFolder;
     QVERIFY(QDir(dir.path()).removeRecursively());
     QVERIFY(QMetaObject::invokeMethod(&w, "onReloadData"));
     QCOMPARE(w.imageList->count(), 0);
     QCOMPARE(w.currentIndex, -1);
-    QVERIFY(w.canvas->hasImage());
+    QVERIFY(!w.canvas->hasImage());
     QCOMPARE(status(w), "No images found in: " + images);
     QVERIFY(!QFileInfo::exists(images));
 }
@@ -512,9 +513,10 @@ void TestSession::requireDataLoaded()
     QCOMPARE(prompts.last().kind, QStringLiteral("information"));
     QCOMPARE(prompts.last().title, QStringLiteral("No Data Loaded"));
     QCOMPARE(prompts.last().text,
-             QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
-                            "images directory and annotations directory\n"
-                            "(they can be empty folders if you are starting fresh)."));
+             UserPrompts::richText(
+                 QStringLiteral("Please click <b>Load Data</b> first and point Brindle to your\n"
+                                "images directory and annotations directory\n"
+                                "(they can be empty folders if you are starting fresh).")));
     QVERIFY(w.openDataset(empty.path()));
     QVERIFY(w.requireDataLoaded());
     QCOMPARE(prompts.calls.size(), 1);

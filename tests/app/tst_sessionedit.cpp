@@ -29,6 +29,8 @@ private Q_SLOTS:
     void pasteWithEmptyClipboardDoesNothing();
     void panelDelete();
     void onSaveCurrentWritesEmptyFile();
+    void partlyReadFileKeptBeforeFirstWrite_data();
+    void partlyReadFileKeptBeforeFirstWrite();
     void saveFailureReported_data();
     void saveFailureReported();
     void prevNextDoNotWrap();
@@ -288,6 +290,44 @@ void TestSessionEdit::onSaveCurrentWritesEmptyFile()
     QCOMPARE(w.imageList->item(0)->text(), QStringLiteral("a.png  *"));
     // The folder element carries the images folder's own name.
     QVERIFY(readBytes(w.images[0].xmlPath).contains(QDir(dir.path()).dirName().toUtf8()));
+}
+
+void TestSessionEdit::partlyReadFileKeptBeforeFirstWrite_data()
+{
+    QTest::addColumn<bool>("emptied"); // the last shape deleted, else the image left
+    QTest::newRow("leaving the image") << false;
+    QTest::newRow("deleting its only shape") << true;
+}
+
+// A bare "&" in object 2 stops the reading: only object 1 is shown, and writing that
+// alone over the file would lose objects 2 and 3.
+void TestSessionEdit::partlyReadFileKeptBeforeFirstWrite()
+{
+    QFETCH(bool, emptied);
+    QTemporaryDir dir;
+    QVERIFY(makeImageFile(dir.filePath("a.png")) && makeImageFile(dir.filePath("b.png")));
+    ImageAnnotations record;
+    record.xmlPath = dir.filePath("annotations/a.xml");
+    record.boxes = {box("car", 1, 1, 6, 5), box("R", 2, 2, 7, 6), box("dog", 3, 3, 8, 5)};
+    const QByteArray broken = VocXml::toXml(record, "x").replace("<name>R<", "<name>R&D<");
+    QVERIFY(QDir().mkpath(dir.filePath("annotations")) && writeBytes(record.xmlPath, broken));
+    ScriptedPrompts prompts;
+    MainWindow w;
+    QVERIFY(w.openDataset(dir.path()));
+    QCOMPARE(w.canvas->boxes().size(), 1);
+
+    if (emptied)
+        editShapes(w, {});
+    else
+        w.imageList->setCurrentRow(1);
+    QCOMPARE(QFile::exists(record.xmlPath), !emptied);
+    // Once: later writes leave the copy alone.
+    w.imageList->setCurrentRow(0);
+    editShapes(w, {box("car", 1, 1, 4, 4)});
+    QCOMPARE(QDir(dir.filePath("annotations")).entryList({"a.xml*"}),
+             (QStringList{"a.xml", "a.xml.orig"}));
+    QCOMPARE(readBytes(record.xmlPath + ".orig"), broken);
+    QVERIFY(prompts.calls.isEmpty());
 }
 
 void TestSessionEdit::saveFailureReported_data()

@@ -5,6 +5,7 @@
 #include <clocale>
 #include <unistd.h>
 
+#include "model/plainxml.h"
 #include "model/vocxml.h"
 
 namespace {
@@ -104,6 +105,7 @@ private Q_SLOTS:
     void escaping();
     void reader_data();
     void reader();
+    void plainFilesTakeTheFastPath();
     void truncatedFile_data();
     void truncatedFile();
     void loadTouchesOnlyBoxes();
@@ -606,6 +608,19 @@ void TestVocXml::reader()
     QList<BoxAnnotation> boxes = {bbox("stale", 1, 1, 5, 5)};
     QCOMPARE(VocXml::loadFromData(xml, boxes), ok);
     QCOMPARE(describe(boxes), describe(expected));
+    // The fast path for plain files reads what QXmlStreamReader reads.
+    QCOMPARE(VocXml::loadWithStreamReader(xml, boxes), ok);
+    QCOMPARE(describe(boxes), describe(expected));
+}
+
+void TestVocXml::plainFilesTakeTheFastPath()
+{
+    PlainXmlReader plain;
+    QVERIFY(plain.parse(VocXml::toXml(record({bbox("R&D <\"x'>", 1, 2, 3, 4)}), "f")));
+    for (const char* other : {"<a><!-- c --></a>", "<a b=\"1\"></a>", "<a/>", "<a>&#65;</a>",
+                              "<a>\r\n</a>", "<a>\xc3\xa9</a>", "<a></b>", "<a></a><a></a>",
+                              "<a>]]></a>", "<?xml version=\"1.1\"?><a></a>"})
+        QVERIFY2(!plain.parse(other), other);
 }
 
 void TestVocXml::truncatedFile_data()

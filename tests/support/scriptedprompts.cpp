@@ -1,6 +1,14 @@
 #include "support/scriptedprompts.h"
 
 #include <QDialog>
+#include <QTextDocument>
+
+QString ScriptedPrompts::Call::shown() const
+{
+    QTextDocument document;
+    document.setHtml(text);
+    return UserPrompts::isRichText(text) ? document.toPlainText() : text;
+}
 
 ScriptedPrompts::ScriptedPrompts() { UserPrompts::install(this); }
 ScriptedPrompts::~ScriptedPrompts() { UserPrompts::install(nullptr); }

@@ -24,6 +24,8 @@ public:
         QString text;   // message text, or the caption / label of a chooser
         QString informativeText;
         QStringList buttons; // for choose: the button texts in order
+        // The message as the real box shows it: rich text rendered, line breaks as "\n".
+        QString shown() const;
     };
     QList<Call> calls;
 
