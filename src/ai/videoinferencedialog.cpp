@@ -25,6 +25,7 @@
 
 #include "ai/aidialogparts.h"
 #include "ai/pythonenv.h"
+#include "model/imageloading.h"
 #include "ui/userprompts.h"
 
 namespace {
@@ -462,8 +463,8 @@ void VideoInferenceDialog::showSavedFrame(const QString& file)
     if (scheduled)
         return;
     QTimer::singleShot(0, this, [this] {
-        QPixmap frame;
-        if (frame.load(m_pendingFrame))
+        const QPixmap frame = QPixmap::fromImage(ImageLoading::read(m_pendingFrame));
+        if (!frame.isNull())
             previewLabel->setPixmap(frame.scaled(previewLabel->size(), Qt::KeepAspectRatio,
                                                  Qt::SmoothTransformation));
         m_pendingFrame.clear();
@@ -475,8 +476,8 @@ void VideoInferenceDialog::onPreviewTick()
     const QString path = previewImagePath();
     if (!QFileInfo::exists(path) || previewLabel->width() < 10 || previewLabel->height() < 10)
         return;
-    QPixmap frame;
-    if (frame.load(path))
+    const QPixmap frame = QPixmap::fromImage(ImageLoading::read(path));
+    if (!frame.isNull())
         previewLabel->setPixmap(frame.scaled(previewLabel->size(), Qt::KeepAspectRatio,
                                              Qt::FastTransformation));
 }

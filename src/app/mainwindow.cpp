@@ -5,6 +5,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QListView>
 #include <QMenu>
 #include <QPainter>
 #include <QPainterPath>
@@ -21,6 +22,7 @@
 #include "app/theme.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "labels/labellistmodel.h"
 #include "model/labelpalette.h"
 #include "ui/sectionmenu.h"
 
@@ -147,6 +149,14 @@ MainWindow::MainWindow(QWidget* parent)
     // File names are shown as they are, never read as markup.
     statusLabel->setTextFormat(Qt::PlainText);
     statusBar()->addWidget(statusLabel, 0);
+    statusNote = new QLabel;
+    statusNote->setObjectName(QStringLiteral("statusNote"));
+    statusNote->setTextFormat(Qt::PlainText);
+    statusNote->setStyleSheet(QStringLiteral("color: #e8b04a;"));
+    // A long note must not widen the window: it takes the room the status line leaves.
+    statusNote->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    statusNote->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    statusBar()->addWidget(statusNote, 1);
 
     labels = {LabelPalette::defaultLabel()};
     applyLabels();
@@ -157,6 +167,21 @@ MainWindow::MainWindow(QWidget* parent)
 MainWindow::~MainWindow()
 {
     qApp->removeEventFilter(this);
+}
+
+void MainWindow::showStatusNote(const QString& text)
+{
+    constexpr int kNoteMs = 30000;
+    const auto show = [this] {
+        statusNote->setText(statusNotes.join(QStringLiteral("   |   ")));
+        statusNote->setToolTip(statusNotes.join(QLatin1Char('\n')));
+    };
+    statusNotes.append(text);
+    show();
+    QTimer::singleShot(kNoteMs, this, [this, text, show] {
+        statusNotes.removeOne(text);
+        show();
+    });
 }
 
 void MainWindow::buildToolbar()
@@ -221,6 +246,10 @@ void MainWindow::buildToolbar()
     classCombo->setObjectName(QStringLiteral("classCombo"));
     classCombo->setMinimumWidth(160);
     classCombo->setToolTip(QStringLiteral("Label for new bounding boxes"));
+    // Datasets may hold 100,000s of labels: rows come from a model, all of one height.
+    classCombo->setModel(new LabelListModel(classCombo));
+    if (auto* view = qobject_cast<QListView*>(classCombo->view()))
+        view->setUniformItemSizes(true);
     toolbar->addWidget(classCombo);
     connect(classCombo, &QComboBox::currentTextChanged, this, &MainWindow::onClassComboChanged);
 

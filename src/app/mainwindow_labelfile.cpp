@@ -3,43 +3,23 @@
 #include "app/mainwindow.h"
 
 #include <QDir>
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QSaveFile>
-#include <QSet>
+#include <QFileInfo>
 
-namespace {
-QString labelFilePath(const QString& annotationsFolder)
-{
-    return QDir(annotationsFolder).filePath(QStringLiteral("label_colors.json"));
-}
-} // namespace
+#include "model/atomicbatch.h"
+#include "model/labelcolorfile.h"
+#include "model/vocxml.h"
 
 void MainWindow::loadLabelConfig()
 {
-    QSet<QString> known;
-    for (const LabelDef& label : std::as_const(labels))
-        known.insert(label.name);
-
-    QFile file(labelFilePath(annotationsFolder));
-    if (annotationsFolder.isEmpty() || !file.exists() || !file.open(QIODevice::ReadOnly)) {
-        applyLabels();
-        return;
-    }
-    // Anything but a top-level array counts as an empty file; the next write replaces it.
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-    const QJsonArray entries = doc.isArray() ? doc.array() : QJsonArray();
-    for (const QJsonValue& entry : entries) {
-        const QJsonObject object = entry.toObject();
-        const QString name = object.value(QLatin1String("name")).toString();
-        const QColor color = QColor::fromString(object.value(QLatin1String("color")).toString());
-        // Labels already in the list keep their colour.
-        if (name.isEmpty() || !color.isValid() || known.contains(name))
-            continue;
-        labels.append({name, color});
-        known.insert(name);
+    labelFileDamaged = false;
+    if (!annotationsFolder.isEmpty()) {
+        // Anything but a readable top-level array counts as an empty file; its bytes are
+        // kept beside it before the next write replaces it.
+        const LabelColorFile::ReadOutcome outcome =
+            LabelColorFile::merge(LabelColorFile::pathIn(annotationsFolder), labels);
+        labelFileDamaged = outcome.damaged;
+        if (outcome.damaged)
+            showStatusNote(outcome.problem);
     }
     applyLabels();
 }
@@ -48,17 +28,21 @@ void MainWindow::saveLabelConfig()
 {
     if (annotationsFolder.isEmpty())
         return;
-    QJsonArray entries;
-    for (const LabelDef& label : std::as_const(labels)) {
-        QJsonObject object;
-        object.insert(QLatin1String("name"), label.name);
-        object.insert(QLatin1String("color"), label.color.name(QColor::HexRgb));
-        entries.append(object);
+    const QString path = LabelColorFile::pathIn(annotationsFolder);
+    const QString name = QFileInfo(path).fileName();
+    QString error;
+    if (labelFileDamaged) {
+        QString copy;
+        if (!VocXml::keepOriginal(path, &error, &copy)) {
+            showStatusNote(QStringLiteral("%1 was left unchanged: a copy of the damaged file could "
+                                          "not be kept (%2)").arg(name, error));
+            return;
+        }
+        labelFileDamaged = false;
+        showStatusNote(QStringLiteral("The damaged %1 is kept as %2").arg(name, QFileInfo(copy).fileName()));
     }
-    // Failures are silent: the colours are a convenience, the annotations are elsewhere.
-    QSaveFile file(labelFilePath(annotationsFolder));
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write(QJsonDocument(entries).toJson(QJsonDocument::Indented));
-    file.commit();
+    // The colours are a convenience, the annotations are elsewhere: a failure is told in
+    // the status bar, not in a box.
+    if (!AtomicBatch::writeFile(path, LabelColorFile::toJson(labels), &error, annotationsFolder))
+        showStatusNote(QStringLiteral("Could not write %1: %2").arg(name, error));
 }

@@ -1,18 +1,18 @@
 #include "model/labelscan.h"
 
-#include <QFile>
 #include <QXmlStreamReader>
 
 #include "model/labelpalette.h"
+#include "model/safefile.h"
 
 QStringList scanLabelNames(const QString& xmlPath)
 {
     QStringList names;
-    QFile file(xmlPath);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    QByteArray bytes;
+    if (SafeFile::read(xmlPath, SafeFile::kMaxAnnotationFileBytes, &bytes) != SafeFile::ReadResult::Ok)
         return names;
 
-    QXmlStreamReader xml(&file);
+    QXmlStreamReader xml(bytes);
     bool inObject = false;
     bool inBndbox = false;
     while (!xml.atEnd()) {
@@ -28,7 +28,7 @@ QStringList scanLabelNames(const QString& xmlPath)
                 inBndbox = true;
             } else if ((tag == u"name" || tag == u"n") && inObject && !inBndbox) {
                 // readElementText consumes the end element, so no flag needs clearing.
-                const QString name = xml.readElementText().trimmed();
+                const QString name = cleanLabelName(xml.readElementText()).trimmed();
                 if (xml.hasError())
                     break;
                 if (!name.isEmpty())
@@ -45,12 +45,18 @@ QStringList scanLabelNames(const QString& xmlPath)
     return names;
 }
 
-int appendLabelsFromFile(QList<LabelDef>& labels, const QString& xmlPath)
+int appendLabelsFromFile(LabelAppender& labels, const QString& xmlPath)
 {
     int added = 0;
     const QStringList names = scanLabelNames(xmlPath);
     for (const QString& name : names)
-        if (LabelPalette::appendIfMissing(labels, name))
+        if (labels.add(name))
             ++added;
     return added;
+}
+
+int appendLabelsFromFile(QList<LabelDef>& labels, const QString& xmlPath)
+{
+    LabelAppender appender(labels);
+    return appendLabelsFromFile(appender, xmlPath);
 }

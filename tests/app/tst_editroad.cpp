@@ -43,9 +43,8 @@ QList<BoxAnnotation> onDisk(const QString& xmlPath)
 QString panelRows(const MainWindow& w)
 {
     QStringList rows;
-    const QListWidget* list = w.annotationsPanel->listWidget();
-    for (int i = 0; i < list->count(); ++i)
-        rows << list->item(i)->text();
+    for (int i = 0; i < w.annotationsPanel->rowCount(); ++i)
+        rows << w.annotationsPanel->rowText(i);
     return rows.join(',');
 }
 
@@ -197,7 +196,7 @@ void TestEditRoad::drawnShapeReachesFile()
     QCOMPARE(onDisk(xmlOf(0)), canvas()->boxes());
     QCOMPARE(w->imageList->item(0)->text(), QStringLiteral("a.png  *"));
     QCOMPARE(panelRows(*w), QStringLiteral("object,object"));
-    QCOMPARE(w->annotationsPanel->listWidget()->currentRow(), 1);
+    QCOMPARE(w->annotationsPanel->currentRow(), 1);
     QCOMPARE(status(*w), statusFor(0, 2));
     QCOMPARE(w->undoStack.size(), 1);
     QVERIFY(!QFile::exists(xmlOf(1)));
@@ -250,7 +249,7 @@ void TestEditRoad::deleteKeyEmptiesFile()
     QVERIFY(w->images[0].boxes.isEmpty());
     QVERIFY(!QFile::exists(xmlOf(0)));
     QCOMPARE(w->imageList->item(0)->text(), QStringLiteral("a.png"));
-    QCOMPARE(w->annotationsPanel->listWidget()->count(), 0);
+    QCOMPARE(w->annotationsPanel->rowCount(), 0);
     QCOMPARE(status(*w), statusFor(0, 0));
 
     QVERIFY(key(canvas(), Qt::Key_Z, Qt::ControlModifier));
@@ -281,14 +280,14 @@ void TestEditRoad::labelComboEndsSelection()
 
     drag(QPointF(20, 20), QPointF(60, 50));
     QCOMPARE(canvas()->selectedIndex(), 0);
-    QCOMPARE(w->annotationsPanel->listWidget()->currentRow(), 0);
+    QCOMPARE(w->annotationsPanel->currentRow(), 0);
 
     // Picking another label drops the selection, so the next drag draws a new shape in
     // the new label rather than moving the old one.
     w->classCombo->setCurrentIndex(1);
     QCOMPARE(canvas()->currentLabel, QStringLiteral("car"));
     QCOMPARE(canvas()->selectedIndex(), -1);
-    QVERIFY(w->annotationsPanel->listWidget()->selectedItems().isEmpty());
+    QVERIFY(w->annotationsPanel->listView()->selectionModel()->selectedIndexes().isEmpty());
     drag(QPointF(100, 20), QPointF(140, 60));
     QCOMPARE(onDisk(xmlOf(0)),
              (QList<BoxAnnotation>{box("object", 20, 20, 60, 50), box("car", 100, 20, 140, 60)}));

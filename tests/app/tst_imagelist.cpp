@@ -255,7 +255,7 @@ void TestImageList::removeOnlyImageEmptiesView()
     QCOMPARE(w.currentIndex, -1);
     QVERIFY(!w.canvas->hasImage());
     QVERIFY(w.canvas->boxes().isEmpty());
-    QCOMPARE(w.annotationsPanel->listWidget()->count(), 0);
+    QCOMPARE(w.annotationsPanel->rowCount(), 0);
     QCOMPARE(status(w), QStringLiteral("No data loaded. Click 'Load Data' to begin."));
     // The dataset is still loaded, only empty.
     QVERIFY(w.requireDataLoaded());

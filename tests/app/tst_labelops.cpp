@@ -104,8 +104,8 @@ QStringList comboItems(const MainWindow& w)
 QStringList panelRows(const MainWindow& w)
 {
     QStringList out;
-    for (int i = 0; i < w.annotationsPanel->listWidget()->count(); ++i)
-        out << w.annotationsPanel->listWidget()->item(i)->text();
+    for (int i = 0; i < w.annotationsPanel->rowCount(); ++i)
+        out << w.annotationsPanel->rowText(i);
     return out;
 }
 
@@ -147,7 +147,7 @@ bool run(MainWindow& w, const char* slot)
 // Chooses `label` in the context menu of the panel's row `row`.
 void changeInPanelMenu(MainWindow& w, int row, const QString& label)
 {
-    QListWidget* list = w.annotationsPanel->listWidget();
+    QListView* list = w.annotationsPanel->listView();
     QTimer::singleShot(0, list, [label] {
         auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
         if (!menu)
@@ -159,7 +159,7 @@ void changeInPanelMenu(MainWindow& w, int row, const QString& label)
             }
         menu->close();
     });
-    w.annotationsPanel->onContextMenu(list->visualItemRect(list->item(row)).center());
+    w.annotationsPanel->onContextMenu(list->visualRect(list->model()->index(row, 0)).center());
 }
 
 const QColor kRed(255, 0, 0), kGreen(0, 255, 0), kBlue(0, 0, 255);
@@ -598,8 +598,8 @@ void TestLabelOps::unwritableFileReportedPerFile()
     const QList<ScriptedPrompts::Call> warnings = prompts.callsOf("warning");
     QCOMPARE(warnings.size(), 2);
     QCOMPARE(warnings[0].title, QStringLiteral("Save error"));
-    QCOMPARE(warnings[0].text, "Could not write:\n" + w.images[0].xmlPath);
-    QCOMPARE(warnings[1].text, "Could not write:\n" + w.images[2].xmlPath);
+    QVERIFY(warnings[0].text.startsWith("Could not write:\n" + w.images[0].xmlPath + "\n"));
+    QVERIFY(warnings[1].text.startsWith("Could not write:\n" + w.images[2].xmlPath + "\n"));
     // The loop went on, and the counts include the images that failed.
     QCOMPARE(labelsOnDisk(w.images[1].xmlPath), rename ? (QStringList{"Z", "B"}) : QStringList{"B"});
     QCOMPARE(prompts.last().kind, QStringLiteral("information"));
@@ -656,7 +656,7 @@ void TestLabelOps::changeOneShape()
     QCOMPARE(w.canvas->boxes()[index].points, before[index].points);
     QCOMPARE(w.canvas->selectedIndex(), index);
     QCOMPARE(panelRows(w), expected);
-    QCOMPARE(w.annotationsPanel->listWidget()->currentRow(), index);
+    QCOMPARE(w.annotationsPanel->currentRow(), index);
     QCOMPARE(status(w), imageStatus(1, 2, "a.png", 8, 6, 3));
     QVERIFY(prompts.calls.isEmpty());
 
@@ -675,15 +675,15 @@ void TestLabelOps::panelSelectAndDelete()
     QVERIFY(QTest::qWaitForWindowExposed(&w));
     QVERIFY(w.openDataset(dir.path()));
     QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
-    QListWidget* list = w.annotationsPanel->listWidget();
+    QListView* list = w.annotationsPanel->listView();
     QSignalSpy picks(w.annotationsPanel, &AnnotationsPanel::selectionRequested);
     QSignalSpy deletes(w.annotationsPanel, &AnnotationsPanel::deleteRequested);
-    auto rowRect = [list](int row) { return list->visualItemRect(list->item(row)); };
+    auto rowRect = [list](int row) { return list->visualRect(list->model()->index(row, 0)); };
 
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rowRect(1).center());
     QCOMPARE(picks.count(), 1);
     QCOMPARE(w.canvas->selectedIndex(), 1);
-    QCOMPARE(list->currentRow(), 1);
+    QCOMPARE(w.annotationsPanel->currentRow(), 1);
 
     // The X of row 0: the shape goes without being selected, and the rebuilt rows do
     // not report a selection of their own.

@@ -190,7 +190,7 @@ private Q_SLOTS:
         QVERIFY(window->imagesFolder.isEmpty());
         QCOMPARE(window->imageList->count(), 0);
         QVERIFY(!window->canvas->hasImage());
-        QCOMPARE(window->annotationsPanel->listWidget()->count(), 0);
+        QCOMPARE(window->annotationsPanel->rowCount(), 0);
         QVERIFY(!window->autoZoomButton->isChecked());
         QVERIFY(!window->autoZoom);
 
@@ -614,7 +614,7 @@ private Q_SLOTS:
         QFETCH(double, zoom);
         openThreeImages();
         window->imageList->setCurrentRow(start);
-        QTest::keyClick(panel ? static_cast<QWidget*>(window->annotationsPanel->listWidget())
+        QTest::keyClick(panel ? static_cast<QWidget*>(window->annotationsPanel->listView())
                               : window->imageList, Qt::Key(key));
         QCOMPARE(window->currentIndex, expected);
         QCOMPARE(window->canvas->m_zoom, zoom);
@@ -879,7 +879,7 @@ private Q_SLOTS:
         window->annotationsPanel->setBoxes({makeBox("dog", 0, 0, 5, 5)});
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QListWidget* list = window->annotationsPanel->listWidget();
+        QListView* list = window->annotationsPanel->listView();
         QStringList offered;
         QTimer::singleShot(0, this, [&] {
             if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
@@ -910,7 +910,7 @@ private Q_SLOTS:
         window->classCombo->setCurrentText(QStringLiteral("car"));
         QCOMPARE(window->canvas->currentLabel, QStringLiteral("car"));
         QCOMPARE(window->canvas->selectedIndex(), -1);
-        QVERIFY(window->annotationsPanel->listWidget()->selectedItems().isEmpty());
+        QVERIFY(window->annotationsPanel->listView()->selectionModel()->selectedIndexes().isEmpty());
         QCOMPARE(selection.count(), 0);
 
         window->canvas->selectAll();

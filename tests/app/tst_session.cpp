@@ -455,7 +455,7 @@ void TestSession::undecodableImageKeepsPrevious()
     w.imageList->setCurrentRow(1);
     QCOMPARE(prompts.callsOf("warning").size(), 1);
     QCOMPARE(prompts.last().title, QStringLiteral("Load error"));
-    QCOMPARE(prompts.last().text, "Could not load image:\n" + dir.filePath("b.png"));
+    QCOMPARE(prompts.last().text, "Could not load image:\n" + dir.filePath("b.png") + "\nUnsupported image format");
     QCOMPARE(w.currentIndex, 0);
     QCOMPARE(w.imageList->currentRow(), 1);
     QCOMPARE(w.canvas->boxes().size(), 1);

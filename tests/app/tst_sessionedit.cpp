@@ -57,12 +57,12 @@ void TestSessionEdit::editWritesFileAndEmptyingDeletesIt()
     onDisk.xmlPath = xml;
     QVERIFY(VocXml::load(onDisk));
     QCOMPARE(onDisk.boxes, QList<BoxAnnotation>{b});
-    QCOMPARE(w.annotationsPanel->listWidget()->count(), 1);
+    QCOMPARE(w.annotationsPanel->rowCount(), 1);
 
     editShapes(w, {});
     QVERIFY(!QFile::exists(xml));
     QCOMPARE(w.imageList->item(0)->text(), QStringLiteral("a.png"));
-    QCOMPARE(w.annotationsPanel->listWidget()->count(), 0);
+    QCOMPARE(w.annotationsPanel->rowCount(), 0);
     QVERIFY(prompts.calls.isEmpty());
 }
 
@@ -122,7 +122,7 @@ void TestSessionEdit::undoToEmptyDeletesAndRedoWrites()
     QCOMPARE(w.canvas->boxes().size(), 1);
     QVERIFY(QFile::exists(xml));
     QCOMPARE(w.imageList->item(0)->text(), QStringLiteral("a.png  *"));
-    QCOMPARE(w.annotationsPanel->listWidget()->count(), 1);
+    QCOMPARE(w.annotationsPanel->rowCount(), 1);
 
     // A new edit after an undo drops what could have been redone.
     QVERIFY(QMetaObject::invokeMethod(&w, "onUndo"));
@@ -374,7 +374,7 @@ void TestSessionEdit::saveFailureReported()
     editShapes(w, {b});
     QCOMPARE(prompts.callsOf("warning").size(), 1);
     QCOMPARE(prompts.last().title, QStringLiteral("Save error"));
-    QCOMPARE(prompts.last().text, "Could not write:\n" + xml);
+    QVERIFY(prompts.last().text.startsWith("Could not write:\n" + xml + "\n"));
     QCOMPARE(w.canvas->boxes(), QList<BoxAnnotation>{b});
     QCOMPARE(w.images[0].boxes, QList<BoxAnnotation>{b});
     if (readOnlyFolder)

@@ -298,7 +298,7 @@ void TestCoco::exportUnwritable()
     const ExportImportResult r = ExportImport::exportCoco(images, labelList({"x"}), path);
     QVERIFY(!r.ok);
     QCOMPARE(r.count, 0);
-    QCOMPARE(r.message, QStringLiteral("Cannot write to ") + path);
+    QCOMPARE(r.message, QStringLiteral("Cannot write to ") + path + "\nNo such file or directory");
     QVERIFY(!QFile::exists(path));
 
     // A folder given as the target is not replaced.

@@ -80,7 +80,7 @@ void TestObjectNames::exportUnwritable()
     const ExportImportResult r = ExportImport::exportObjectNames(labelList({ "a" }), path);
     QVERIFY(!r.ok);
     QCOMPARE(r.count, 0);
-    QCOMPARE(r.message, "Cannot write to " + path);
+    QCOMPARE(r.message, "Cannot write to " + path + "\nNo such file or directory");
 }
 
 void TestObjectNames::importNames_data()
@@ -105,7 +105,7 @@ void TestObjectNames::importNames_data()
     QTest::newRow("byte order mark") << QStringList{ "car" } << QByteArray("\xef\xbb\xbf" "car\nvan\n")
                                      << QStringList{ "car", "van" } << 1;
     QTest::newRow("invalid utf-8") << QStringList{} << BYTES("\xff\x00\xfe\n\x80\n")
-                                   << QStringList{ QString::fromUtf8("\xef\xbf\xbd") + QChar(0) + QString::fromUtf8("\xef\xbf\xbd"),
+                                   << QStringList{ QString::fromUtf8("\xef\xbf\xbd \xef\xbf\xbd"),
                                                    QString::fromUtf8("\xef\xbf\xbd") }
                                    << 0;
 }

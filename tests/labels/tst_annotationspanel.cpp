@@ -1,7 +1,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
-#include <QListWidget>
+#include <QListView>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QTest>
@@ -44,7 +44,7 @@ class TestAnnotationsPanel : public QObject {
 private:
     AnnotationsPanel* panel = nullptr;
 
-    QListWidget* list() const { return panel->listWidget(); }
+    QListView* list() const { return panel->listView(); }
     QRect rowRect(int row) const { return list()->visualRect(list()->model()->index(row, 0)); }
     ImageListDelegate* delegate() const
     {
@@ -137,9 +137,9 @@ private Q_SLOTS:
         QFETCH(BoxAnnotation, shape);
         QFETCH(QString, tip);
         panel->setBoxes({box("first", 0, 0, 1, 1), shape});
-        QCOMPARE(list()->count(), 2);
-        QCOMPARE(list()->item(1)->text(), shape.label);
-        QCOMPARE(list()->item(1)->toolTip(), tip);
+        QCOMPARE(panel->rowCount(), 2);
+        QCOMPARE(panel->rowText(1), shape.label);
+        QCOMPARE(panel->rowToolTip(1), tip);
     }
 
     void rebuildIsSilent()
@@ -149,7 +149,7 @@ private Q_SLOTS:
         panel->setSelectedIndex(2);
         panel->setBoxes({box("x", 0, 0, 5, 5)});
         panel->setBoxes({});
-        QCOMPARE(list()->count(), 0);
+        QCOMPARE(panel->rowCount(), 0);
         QCOMPARE(requested.count(), 0);
     }
 
@@ -172,13 +172,13 @@ private Q_SLOTS:
         QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
         panel->setSelectedIndex(index);
         QCOMPARE(requested.count(), 0);
-        const QList<QListWidgetItem*> selected = list()->selectedItems();
+        const QModelIndexList selected = list()->selectionModel()->selectedIndexes();
         if (highlighted) {
             QCOMPARE(selected.size(), 1);
-            QCOMPARE(list()->row(selected.first()), index);
+            QCOMPARE(selected.first().row(), index);
         } else {
             QVERIFY(selected.isEmpty());
-            QCOMPARE(list()->currentRow(), 2); // the current row itself stays
+            QCOMPARE(panel->currentRow(), 2); // the current row itself stays
         }
     }
 
@@ -205,7 +205,7 @@ private Q_SLOTS:
         QCOMPARE(deleted.count(), 1);
         QCOMPARE(deleted.first().first().toInt(), 2);
         QCOMPARE(requested.count(), 0);
-        QCOMPARE(list()->currentRow(), 0);
+        QCOMPARE(panel->currentRow(), 0);
 
         // A right press on the X deletes too: the mark takes any button.
         QTest::mousePress(list()->viewport(), Qt::RightButton, {}, x);
@@ -301,7 +301,7 @@ private Q_SLOTS:
         QCOMPARE(changed.count(), 0);
         // Focus coming back to the list after the menu must not pick a row by itself.
         QCOMPARE(requested.count(), 0);
-        QCOMPARE(list()->currentRow(), -1);
+        QCOMPARE(panel->currentRow(), -1);
     }
 };
 

@@ -56,15 +56,17 @@ private Q_SLOTS:
     {
         QTemporaryDir dir;
         const QString blocked = dir.filePath("blocked.txt");
-        QVERIFY(QDir(dir.path()).mkdir("blocked.txt")); // a non-empty folder cannot be replaced
-        QVERIFY(QDir(blocked).mkdir("inner"));
         const QString fine = dir.filePath("fine.txt");
 
         AtomicBatch batch;
         QVERIFY(batch.stage(blocked, "x"));
         QVERIFY(batch.stage(fine, "y"));
+        // A non-empty folder made after staging cannot be replaced.
+        QVERIFY(QDir(dir.path()).mkdir("blocked.txt"));
+        QVERIFY(QDir(blocked).mkdir("inner"));
         QVERIFY(!batch.commit());
         QCOMPARE(batch.failedPaths(), QStringList{blocked});
+        QVERIFY(!batch.failureReason(blocked).isEmpty());
         QCOMPARE(readAll(fine), QByteArray("y"));
         QVERIFY(QFileInfo(blocked).isDir());
         QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{"fine.txt"});
