@@ -1,6 +1,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -219,6 +222,15 @@ void TestYoloPose::dataYaml_data()
     QTest::newRow("first class without an entry")
         << QStringList{"person", "car"} << KeypointOrder{{"car", {"wheel"}}} << QStringLiteral("  - person\n  - car\n");
     QTest::newRow("no classes") << QStringList{} << KeypointOrder{{"person", {"head"}}} << QString();
+    // Names YAML would read as something else are quoted; plain ones stay as they are.
+    QTest::newRow("names YAML would misread")
+        << QStringList{"no", "On", "null", "#1", "sign: stop", " lead", "trail ", "3d", "say \"hi\\"}
+        << KeypointOrder{}
+        << QStringLiteral("  - \"no\"\n  - \"On\"\n  - \"null\"\n  - \"#1\"\n  - \"sign: stop\"\n"
+                          "  - \" lead\"\n  - \"trail \"\n  - \"3d\"\n  - \"say \\\"hi\\\\\"\n");
+    QTest::newRow("plain names") << QStringList{"traffic light", "car_2", "Straße", "x-ray (old)"}
+                                 << KeypointOrder{}
+                                 << QStringLiteral("  - traffic light\n  - car_2\n  - Straße\n  - x-ray (old)\n");
 }
 
 void TestYoloPose::dataYaml()
@@ -232,6 +244,23 @@ void TestYoloPose::dataYaml()
     const QString expected = QStringLiteral("path: ") + dir.path()
         + QStringLiteral("\ntrain: images\nval: images\n\nnames:\n") + tail;
     QCOMPARE(QString::fromUtf8(readAll(dir.filePath(QStringLiteral("data.yaml")))), expected);
+
+    // The trainer's YAML reader gets the names back as written.
+    if (classes.isEmpty())
+        return;
+    QProcess python;
+    python.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("import json, sys, yaml; print(json.dumps(yaml.safe_load(open(sys.argv[1], "
+                                 "encoding='utf-8'))['names']))"),
+                  dir.filePath(QStringLiteral("data.yaml"))});
+    QVERIFY(python.waitForFinished(20000));
+    if (python.exitCode() != 0)
+        QSKIP("no Python with the yaml module");
+    QStringList read;
+    for (const QJsonValue& v : QJsonDocument::fromJson(python.readAllStandardOutput()).array())
+        read << v.toString();
+    QCOMPARE(read, classes);
 }
 
 QTEST_GUILESS_MAIN(TestYoloPose)
