@@ -310,9 +310,12 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     SilentPrompts prompts;
     UserPrompts::install(&prompts);
-    const bool crowd = benchCrowdImage();
-    const bool colours = benchColourFile();
-    const bool scan = benchLabelScan();
+    // One part alone when named: crowd, colours or scan.
+    const QString only = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+    const auto runs = [&only](const char* part) { return only.isEmpty() || only == QLatin1String(part); };
+    const bool crowd = !runs("crowd") || benchCrowdImage();
+    const bool colours = !runs("colours") || benchColourFile();
+    const bool scan = !runs("scan") || benchLabelScan();
     UserPrompts::install(nullptr);
     if (!crowd || !colours || !scan) {
         std::fprintf(stderr, "bench_extremesizes: unexpected state (%d %d %d)\n", crowd, colours, scan);

@@ -79,6 +79,26 @@ protected:
     }
 };
 
+// The notes of the status bar: newest first, cut short with "..." where the bar ends (the
+// tool tip holds them all), so that a long note never widens the window.
+class NoteLabel : public QLabel
+{
+public:
+    using QLabel::QLabel;
+
+    QSize minimumSizeHint() const override { return QSize(0, QLabel::minimumSizeHint().height()); }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setPen(palette().color(QPalette::WindowText));
+        const QRect area = contentsRect();
+        p.drawText(area, Qt::AlignLeft | Qt::AlignVCenter,
+                   fontMetrics().elidedText(text(), Qt::ElideRight, area.width()));
+    }
+};
+
 QToolButton* makeZoomButton(const QString& text, const QString& toolTip)
 {
     auto* button = new SheetPaddedToolButton;
@@ -149,13 +169,11 @@ MainWindow::MainWindow(QWidget* parent)
     // File names are shown as they are, never read as markup.
     statusLabel->setTextFormat(Qt::PlainText);
     statusBar()->addWidget(statusLabel, 0);
-    statusNote = new QLabel;
+    statusNote = new NoteLabel;
     statusNote->setObjectName(QStringLiteral("statusNote"));
     statusNote->setTextFormat(Qt::PlainText);
     statusNote->setStyleSheet(QStringLiteral("color: #e8b04a;"));
-    // A long note must not widen the window: it takes the room the status line leaves.
-    statusNote->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    statusNote->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    statusNote->setContentsMargins(24, 0, 4, 0);
     statusBar()->addWidget(statusNote, 1);
 
     labels = {LabelPalette::defaultLabel()};
@@ -176,7 +194,7 @@ void MainWindow::showStatusNote(const QString& text)
         statusNote->setText(statusNotes.join(QStringLiteral("   |   ")));
         statusNote->setToolTip(statusNotes.join(QLatin1Char('\n')));
     };
-    statusNotes.append(text);
+    statusNotes.prepend(text);
     show();
     QTimer::singleShot(kNoteMs, this, [this, text, show] {
         statusNotes.removeOne(text);
