@@ -163,7 +163,8 @@ frame.</p>
 <code>brindle_</code> followed by the date and time (for example
 <code>brindle_20240131_142501_123.png</code>) in the images folder; the button briefly shows
 <b>Saved!</b>. When you close the viewer the image list is read again, so the new frames appear in
-it. Without a loaded dataset the frames are saved in Brindle's working folder and you are told so
+it, and the list starts again at its first image (shapes not yet written are written first).
+Without a loaded dataset the frames are saved in Brindle's working folder and you are told so
 before the viewer opens.</p>
 <p>Brindle does not decode video itself: it runs <code>ffmpeg</code> and <code>ffprobe</code>, taken
 from Brindle's own folder when they are there, otherwise from the search path. If
