@@ -8,14 +8,6 @@
 
 namespace DatasetTools {
 
-namespace {
-
-// Files are staged and made durable in groups: one disk flush per group instead of one
-// per file, and a cancelled or interrupted run keeps the groups already committed.
-constexpr int kFilesPerCommit = 1000;
-
-} // namespace
-
 QString conversionFolder(const QString& annotationsFolder, Conversion conversion)
 {
     const QString annotations = QDir::cleanPath(QDir(annotationsFolder).absolutePath());
@@ -67,11 +59,9 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
                                  const QString& folderName, const Progress& progress)
 {
     ConversionOutcome outcome;
+    // Every file replaced atomically, with one disk flush for all of them at the end; a
+    // cancelled run still commits the files of the images it did.
     AtomicBatch batch;
-    const auto commit = [&] {
-        batch.commit();
-        outcome.failed += int(batch.failedPaths().size());
-    };
 
     const int total = int(images.size());
     for (int i = 0; i < total; ++i) {
@@ -80,14 +70,18 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
             break;
         }
         const ImageAnnotations& image = images.at(i);
-        if (image.xmlPath.isEmpty() || !QFileInfo::exists(image.xmlPath))
-            continue;
+        // Only images with an annotation file take part, even when their shapes are in
+        // memory; a record without shapes is read from its file (a missing file fails
+        // to load).
         QList<BoxAnnotation> shapes = image.boxes;
         if (shapes.isEmpty()) {
             ImageAnnotations stored;
             stored.xmlPath = image.xmlPath;
-            VocXml::load(stored);
+            if (!VocXml::load(stored) && !QFileInfo::exists(image.xmlPath))
+                continue;
             shapes = stored.boxes;
+        } else if (image.xmlPath.isEmpty() || !QFileInfo::exists(image.xmlPath)) {
+            continue;
         }
 
         ImageAnnotations converted;
@@ -105,10 +99,9 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
         outcome.created += int(converted.boxes.size());
         if (!batch.stage(converted.xmlPath, VocXml::toXml(converted, folderName)))
             ++outcome.failed;
-        if (batch.stagedCount() >= kFilesPerCommit)
-            commit();
     }
-    commit();
+    batch.commit();
+    outcome.failed += int(batch.failedPaths().size());
     return outcome;
 }
 

@@ -253,6 +253,9 @@ void TestDatasetTools::collageCellPlacement_data()
                                             << QRect(8, 8, 1280, 1024);
     QTest::newRow("200x400 centred") << QSize(200, 400) << box("a", 0, 0, 199, 399)
                                      << QRect(8 + 384, 8, 512, 1024);
+    // Read by the JPEG decoder at half size, scaled as from a full decode.
+    QTest::newRow("large JPEG") << QSize(4000, 3200) << box("a", 0, 0, 3999, 3199)
+                                << QRect(8, 8, 1280, 1024);
     // An area 40 wide gets the minimum padding of 10 (crop 60 x 1040); one 200 wide
     // gets 30 (crop 260 x 1040).
     QTest::newRow("padding 10") << QSize(2000, 2000) << box("a", 500, 500, 540, 1300)
@@ -268,10 +271,11 @@ void TestDatasetTools::collageCellPlacement()
     QFETCH(QRect, drawn);
 
     QTemporaryDir dir;
-    QVERIFY(solid(imageSize.width(), imageSize.height(), Qt::white).save(dir.filePath("a.png")));
+    const QString name = imageSize.width() > 2000 ? "a.jpg" : "a.png";
+    QVERIFY(solid(imageSize.width(), imageSize.height(), Qt::white).save(dir.filePath(name)));
     const QString png = dir.filePath("collage.png");
     const ExportImportResult result = ExportImport::exportCollage(
-        {record(dir, "a.png", 0, 0, {annotation}, false)}, {}, 9, false, png, {});
+        {record(dir, name, 0, 0, {annotation}, false)}, {}, 9, false, png, {});
     QVERIFY(result.ok);
     QCOMPARE(result.message, "Collage saved with 1 image(s):\n" + png);
 
@@ -280,6 +284,8 @@ void TestDatasetTools::collageCellPlacement()
     const QPair<int, int> across = extent(canvas, drawn.center().y(), true);
     const QPair<int, int> down = extent(canvas, drawn.left() + drawn.width() / 3, false);
     QCOMPARE(QRect(across.first, down.first, across.second, down.second), drawn);
+    QCOMPARE(canvas.pixelColor(drawn.x() + drawn.width() * 3 / 4, drawn.y() + drawn.height() * 3 / 4),
+             QColor(Qt::white));
 }
 
 void TestDatasetTools::collageGridSkipsMissingImage()
