@@ -65,6 +65,7 @@ CollageDialog::CollageDialog(int maximum, QWidget* parent)
     m_countEdit->setValidator(new QIntValidator(1, m_maximum, m_countEdit));
     m_countEdit->setPlaceholderText(QStringLiteral("1\u2013") + QString::number(m_maximum));
     auto* countRow = new QHBoxLayout;
+    countRow->setSpacing(8);
     countRow->addWidget(m_countEdit);
     countRow->addWidget(new QLabel(QStringLiteral("(max %1 annotated)").arg(m_maximum), this));
     countRow->addStretch();

@@ -38,7 +38,7 @@ unsigned clockSeed();
 struct SplitItem {
     QString imageSource;
     QString imageTarget;
-    QString xmlSource; // empty when the image has no annotation file
+    QString xmlSource; // copied when the file exists
     QString xmlTarget;
 };
 
@@ -63,9 +63,11 @@ struct CopyOutcome {
 // counted and the run goes on. Progress counts images.
 CopyOutcome runSplit(const SplitPlan& plan, const Progress& progress = {});
 
-// Copies the bytes of source to target through a temporary file beside the target, so
-// that the target is either replaced whole or left as it was.
-bool copyFileBytes(const QString& source, const QString& target);
+enum class CopyResult { Copied, NoSource, Failed };
+
+// Copies the bytes of source to target. The target ends up either as a whole copy or as
+// it was: an existing target is replaced through a temporary file beside it.
+CopyResult copyFileBytes(const QString& source, const QString& target);
 
 // --- Box <-> keypoint conversion ------------------------------------------------------
 

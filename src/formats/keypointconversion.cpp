@@ -1,5 +1,7 @@
 #include "formats/datasettools.h"
 
+#include <future>
+
 #include <QDir>
 #include <QFileInfo>
 
@@ -7,6 +9,38 @@
 #include "model/vocxml.h"
 
 namespace DatasetTools {
+
+namespace {
+
+constexpr int kReadAheadBlock = 256;
+
+struct StoredShapes {
+    bool fileExists = false;
+    QList<BoxAnnotation> shapes; // read only for records that hold none in memory
+};
+
+// Only images with an annotation file take part, even when their shapes are in memory;
+// a record without shapes is read from its file.
+QList<StoredShapes> readBlock(const QList<ImageAnnotations>& images, int first, int last)
+{
+    QList<StoredShapes> block(last - first);
+    for (int i = first; i < last; ++i) {
+        const ImageAnnotations& image = images.at(i);
+        StoredShapes& stored = block[i - first];
+        if (image.boxes.isEmpty()) {
+            ImageAnnotations file;
+            file.xmlPath = image.xmlPath;
+            // A file that cannot be parsed to its end still exists.
+            stored.fileExists = VocXml::load(file) || QFileInfo::exists(image.xmlPath);
+            stored.shapes = file.boxes;
+        } else {
+            stored.fileExists = !image.xmlPath.isEmpty() && QFileInfo::exists(image.xmlPath);
+        }
+    }
+    return block;
+}
+
+} // namespace
 
 QString conversionFolder(const QString& annotationsFolder, Conversion conversion)
 {
@@ -63,26 +97,32 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
     // cancelled run still commits the files of the images it did.
     AtomicBatch batch;
 
+    // Reading the annotation files is most of the work: the next block of them is read
+    // on a second thread while this one converts and writes the current block.
     const int total = int(images.size());
+    const auto readAhead = [&images, total](int first) {
+        return std::async(std::launch::async, readBlock, std::cref(images), first,
+                          qMin(total, first + kReadAheadBlock));
+    };
+    std::future<QList<StoredShapes>> next = readAhead(0);
+    QList<StoredShapes> block;
+    int blockFirst = 0;
     for (int i = 0; i < total; ++i) {
         if (progress && !progress(i, total)) {
             outcome.cancelled = true;
             break;
         }
-        const ImageAnnotations& image = images.at(i);
-        // Only images with an annotation file take part, even when their shapes are in
-        // memory; a record without shapes is read from its file (a missing file fails
-        // to load).
-        QList<BoxAnnotation> shapes = image.boxes;
-        if (shapes.isEmpty()) {
-            ImageAnnotations stored;
-            stored.xmlPath = image.xmlPath;
-            if (!VocXml::load(stored) && !QFileInfo::exists(image.xmlPath))
-                continue;
-            shapes = stored.boxes;
-        } else if (image.xmlPath.isEmpty() || !QFileInfo::exists(image.xmlPath)) {
-            continue;
+        if (i == blockFirst + block.size()) {
+            block = next.get();
+            blockFirst = i;
+            if (i + block.size() < total)
+                next = readAhead(i + int(block.size()));
         }
+        const ImageAnnotations& image = images.at(i);
+        const StoredShapes& stored = block.at(i - blockFirst);
+        if (!stored.fileExists)
+            continue;
+        const QList<BoxAnnotation>& shapes = image.boxes.isEmpty() ? stored.shapes : image.boxes;
 
         ImageAnnotations converted;
         converted.boxes = convertShapes(shapes, conversion, radius, image.width, image.height);

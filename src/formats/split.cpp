@@ -10,7 +10,6 @@
 #include <QFileInfo>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace DatasetTools {
@@ -104,9 +103,9 @@ SplitPlan planSplit(const QList<ImageAnnotations>& images, int trainPercent,
     QString annotationsDir[2];
     SplitPlan plan;
     for (int s = 0; s < 2; ++s) {
-        imagesDir[s] = outputFolder + QLatin1Char('/') + subsets[s] + QStringLiteral("/images");
-        annotationsDir[s] = outputFolder + QLatin1Char('/') + subsets[s] + QStringLiteral("/annotations");
-        plan.folders << imagesDir[s] << annotationsDir[s];
+        imagesDir[s] = outputFolder + QLatin1Char('/') + subsets[s] + QStringLiteral("/images/");
+        annotationsDir[s] = outputFolder + QLatin1Char('/') + subsets[s] + QStringLiteral("/annotations/");
+        plan.folders << imagesDir[s].chopped(1) << annotationsDir[s].chopped(1);
     }
 
     const QList<int> order = shuffledOrder(int(images.size()), seed);
@@ -117,10 +116,10 @@ SplitPlan planSplit(const QList<ImageAnnotations>& images, int trainPercent,
         const int s = k < train ? 0 : 1;
         SplitItem item;
         item.imageSource = image.imagePath;
-        item.imageTarget = imagesDir[s] + QLatin1Char('/') + QFileInfo(image.imagePath).fileName();
-        if (!image.xmlPath.isEmpty() && QFileInfo::exists(image.xmlPath)) {
+        item.imageTarget = imagesDir[s] + QFileInfo(image.imagePath).fileName();
+        if (!image.xmlPath.isEmpty()) {
             item.xmlSource = image.xmlPath;
-            item.xmlTarget = annotationsDir[s] + QLatin1Char('/') + QFileInfo(image.xmlPath).fileName();
+            item.xmlTarget = annotationsDir[s] + QFileInfo(image.xmlPath).fileName();
         }
         plan.items.append(item);
         ++(s == 0 ? plan.train : plan.test);
@@ -128,35 +127,36 @@ SplitPlan planSplit(const QList<ImageAnnotations>& images, int trainPercent,
     return plan;
 }
 
-bool copyFileBytes(const QString& source, const QString& target)
+CopyResult copyFileBytes(const QString& source, const QString& target)
 {
     const QByteArray from = QFile::encodeName(source);
     const QByteArray to = QFile::encodeName(target);
     const int in = ::open(from.constData(), O_RDONLY | O_CLOEXEC);
     if (in < 0)
-        return false;
-    struct stat info {};
-    if (::fstat(in, &info) != 0 || !S_ISREG(info.st_mode)) {
-        ::close(in);
-        return false;
+        return errno == ENOENT ? CopyResult::NoSource : CopyResult::Failed;
+
+    // A new target is written in place (and removed again if the copy fails); an
+    // existing one is replaced through a temporary file beside it, so that a failed copy
+    // leaves it as it was, and a file copied onto itself keeps its bytes.
+    int out = ::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    QByteArray written = to;
+    if (out < 0 && errno == EEXIST) {
+        written = to + ".tmp" + QByteArray::number(qint64(::getpid())) + '-'
+            + QByteArray::number(++s_tempCounter);
+        out = ::open(written.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     }
-    // The temporary file lies beside the target, so that the rename stays on one file
-    // system; a copy that fails half-way never takes the target's name.
-    const QByteArray temp = to + ".tmp" + QByteArray::number(qint64(::getpid())) + '-'
-        + QByteArray::number(++s_tempCounter);
-    const int out = ::open(temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (out < 0) {
         ::close(in);
-        return false;
+        return CopyResult::Failed;
     }
     bool ok = copyContent(in, out);
     ::close(in);
     ok = ::close(out) == 0 && ok;
-    if (ok)
-        ok = std::rename(temp.constData(), to.constData()) == 0;
+    if (ok && written != to)
+        ok = std::rename(written.constData(), to.constData()) == 0;
     if (!ok)
-        ::unlink(temp.constData());
-    return ok;
+        ::unlink(written.constData());
+    return ok ? CopyResult::Copied : CopyResult::Failed;
 }
 
 CopyOutcome runSplit(const SplitPlan& plan, const Progress& progress)
@@ -166,17 +166,18 @@ CopyOutcome runSplit(const SplitPlan& plan, const Progress& progress)
 
     CopyOutcome outcome;
     const int total = int(plan.items.size());
-    const auto copy = [&outcome](const QString& source, const QString& target) {
-        ++(copyFileBytes(source, target) ? outcome.copied : outcome.failed);
-    };
     for (const SplitItem& item : plan.items) {
         if (progress && !progress(outcome.imagesDone, total)) {
             outcome.cancelled = true;
             break;
         }
-        copy(item.imageSource, item.imageTarget);
-        if (!item.xmlSource.isEmpty())
-            copy(item.xmlSource, item.xmlTarget);
+        // An image file that has gone missing counts as a failed copy; a missing
+        // annotation file just means the image has none.
+        const CopyResult image = copyFileBytes(item.imageSource, item.imageTarget);
+        const CopyResult xml = item.xmlSource.isEmpty() ? CopyResult::NoSource
+                                                        : copyFileBytes(item.xmlSource, item.xmlTarget);
+        outcome.copied += (image == CopyResult::Copied) + (xml == CopyResult::Copied);
+        outcome.failed += (image != CopyResult::Copied) + (xml == CopyResult::Failed);
         ++outcome.imagesDone;
     }
     return outcome;

@@ -85,6 +85,7 @@ private Q_SLOTS:
     void splitCopiesByTrainCount_data();
     void splitCopiesByTrainCount();
     void splitGoesOnPastUnwritableTarget();
+    void splitOntoItselfKeepsFiles();
     void convertShapes_data();
     void convertShapes();
     void convertDatasetWritesOnlyConvertedImages();
@@ -166,6 +167,34 @@ void TestDatasetTools::splitGoesOnPastUnwritableTarget()
     QCOMPARE(readAll(out.filePath("Train/images/c.png")), QByteArray("c.png"));
     QCOMPARE(filesUnder(out.path()), QStringList({"Train/images/a.png", "Train/images/c.png"}));
     QCOMPARE(readAll(src.filePath("b.png")), QByteArray("b.png"));
+}
+
+// The output folder is the dataset's own parent: every Train file is copied onto itself.
+// A Test file of an earlier run is replaced, a stray one stays.
+void TestDatasetTools::splitOntoItselfKeepsFiles()
+{
+    QTemporaryDir out;
+    QVERIFY(QDir().mkpath(out.filePath("Train/images")) && QDir().mkpath(out.filePath("Test/images")));
+    QList<ImageAnnotations> records;
+    for (const char* name : {"a.png", "b.png", "c.png"}) {
+        writeFile(out.filePath(QStringLiteral("Train/images/") + name), name);
+        ImageAnnotations img = image(out.filePath(QStringLiteral("Train/images/") + name), 4, 4);
+        img.xmlPath = out.filePath(QStringLiteral("Train/annotations/%1.xml").arg(name[0]));
+        records << img;
+    }
+    writeFile(out.filePath("Test/images/stray.png"), "stray");
+    const QList<int> order = shuffledOrder(3, 5);
+    const QString tested = QFileInfo(records.at(order.last()).imagePath).fileName();
+    writeFile(out.filePath("Test/images/" + tested), "old");
+
+    const CopyOutcome outcome = runSplit(planSplit(records, 50, out.path(), 5));
+    QCOMPARE(outcome.copied, 3);
+    QCOMPARE(outcome.failed, 0);
+    for (const ImageAnnotations& img : records)
+        QCOMPARE(readAll(img.imagePath), QFileInfo(img.imagePath).fileName().toUtf8());
+    QCOMPARE(readAll(out.filePath("Test/images/" + tested)), tested.toUtf8());
+    QCOMPARE(readAll(out.filePath("Test/images/stray.png")), QByteArray("stray"));
+    QCOMPARE(filesUnder(out.path()).size(), 5);
 }
 
 void TestDatasetTools::convertShapes_data()
