@@ -28,6 +28,7 @@ namespace DatasetTools {
 
 namespace {
 
+// Past 2 GiB (some 500 cells) the PNG takes minutes to write and few viewers open it.
 constexpr qint64 kMaxCanvasBytes = qint64(2) << 30;
 // Left free beside the canvas for the source image being read and scaled.
 constexpr qint64 kWorkingMemory = qint64(256) << 20;
