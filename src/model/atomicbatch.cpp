@@ -209,6 +209,33 @@ bool AtomicBatch::writeFile(const QString& path, const QByteArray& bytes, QStrin
     return true;
 }
 
+bool AtomicBatch::writeFileWith(const QString& path, const std::function<bool(QIODevice*)>& fill,
+                                QString* error, const QString& confineTo)
+{
+    QString reason;
+    QString target;
+    QString temp;
+    const auto write = [&fill](int fd) {
+        QFile file;
+        if (!file.open(fd, QIODevice::WriteOnly, QFileDevice::DontCloseHandle))
+            return false;
+        errno = 0;
+        const bool ok = fill(&file) && file.flush() && file.error() == QFileDevice::NoError;
+        if (!ok && errno == 0)
+            errno = EIO;
+        return ok;
+    };
+    const bool ok = SafeFile::resolveWriteTarget(path, confineTo, &target, &reason)
+        && writeTemp(target, true, &temp, &reason, write) && renameOver(temp, target, &reason);
+    if (!ok) {
+        if (error)
+            *error = reason;
+        return false;
+    }
+    syncPath(folderOf(target), false);
+    return true;
+}
+
 bool AtomicBatch::copyFile(const QString& from, const QString& to, QString* error,
                            const QString& confineTo)
 {

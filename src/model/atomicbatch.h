@@ -6,6 +6,10 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
+class QIODevice;
+
 // The one writer of the program's files. Every file is written to a temporary file
 // beside its target, every write call, flush and close checked, and only then renamed
 // over the target: a full disk, a quota or an I/O error leaves the old file byte for
@@ -46,6 +50,10 @@ public:
     // One file, written and flushed beside its target, then renamed over it.
     static bool writeFile(const QString& path, const QByteArray& bytes, QString* error = nullptr,
                           const QString& confineTo = QString());
+    // The same, for output made by a writer on a device (an image encoder, say): `fill`
+    // writes into the temporary file and returns false when it failed.
+    static bool writeFileWith(const QString& path, const std::function<bool(QIODevice*)>& fill,
+                              QString* error = nullptr, const QString& confineTo = QString());
     // A copy of the regular file `from` written to `to` the same way, streamed.
     static bool copyFile(const QString& from, const QString& to, QString* error = nullptr,
                          const QString& confineTo = QString());

@@ -39,7 +39,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("writer");
         QTest::addColumn<QString>("target"); // relative to the output folder
-        for (const char* writer : {"annotation file", "batch", "COCO", "CSV", "class names"})
+        for (const char* writer : {"annotation file", "batch", "COCO", "CSV", "class names", "collage"})
             QTest::newRow(writer) << writer << "out.file";
         QTest::newRow("YOLO") << "YOLO" << "classes.txt";
         QTest::newRow("YOLO pose") << "YOLO pose" << "labels/img.txt";
@@ -54,7 +54,10 @@ private Q_SLOTS:
         const QString path = dir.filePath(target);
         QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
         QVERIFY(writeAll(path, "old\n"));
-        const QList<ImageAnnotations> images{image(dir.filePath("img.png"), 640, 480, {box(kLongName, 1, 2, 30, 40)})};
+        QImage picture(64, 48, QImage::Format_RGB32);
+        picture.fill(Qt::white);
+        QVERIFY(picture.save(dir.filePath("img.png")));
+        const QList<ImageAnnotations> images{image(dir.filePath("img.png"), 64, 48, {box(kLongName, 1, 2, 30, 40)})};
         const QList<LabelDef> labels{{kLongName, Qt::red}};
 
         const QByteArray said = inChildWithFullDisk([&]() -> QByteArray {
@@ -75,6 +78,8 @@ private Q_SLOTS:
                 r = ExportImport::exportCsv(images, path);
             else if (writer == "class names")
                 r = ExportImport::exportObjectNames(labels, path);
+            else if (writer == "collage")
+                r = ExportImport::exportCollage(images, {}, 1, false, path, {});
             else if (writer == "YOLO")
                 r = ExportImport::exportYolo(images, labels, dir.path());
             else
@@ -84,7 +89,8 @@ private Q_SLOTS:
         QVERIFY2(said.contains("File too large"), said.constData());
         QCOMPARE(readAll(path), QByteArray("old\n"));
         // No temporary file is left behind.
-        QCOMPARE(QDir(QFileInfo(path).absolutePath()).entryList(QDir::Files), QStringList{QFileInfo(path).fileName()});
+        QCOMPARE(QDir(QFileInfo(path).absolutePath()).entryList({"*.file", "*.txt", "*.tmp*"}, QDir::Files),
+                 QStringList{QFileInfo(path).fileName()});
     }
 
     void namesAreOneLine_data()
@@ -133,5 +139,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestHostileInput)
+QTEST_MAIN(TestHostileInput)
 #include "tst_hostileinput.moc"
