@@ -39,7 +39,8 @@ void MainWindow::saveLabelConfig()
             return;
         }
         labelFileDamaged = false;
-        showStatusNote(QStringLiteral("The damaged %1 is kept as %2").arg(name, QFileInfo(copy).fileName()));
+        if (!copy.isEmpty())
+            showStatusNote(QStringLiteral("The damaged %1 is kept as %2").arg(name, QFileInfo(copy).fileName()));
     }
     // The colours are a convenience, the annotations are elsewhere: a failure is told in
     // the status bar, not in a box.

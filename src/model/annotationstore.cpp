@@ -41,6 +41,11 @@ void fail(Outcome& out, const QString& reason)
 bool keepWhatIsOnDisk(ImageAnnotations& record, const QByteArray* newBytes, Outcome& out)
 {
     QString error;
+    // A write that would be refused anyway (a link leading elsewhere, a FIFO) copies nothing.
+    if (newBytes && !SafeFile::resolveWriteTarget(record.xmlPath, folderOf(record), nullptr, &error)) {
+        fail(out, error);
+        return false;
+    }
     if (record.partial) {
         if (!VocXml::keepOriginal(record.xmlPath, &error)) {
             fail(out, QStringLiteral("The file was read only in part, and a copy of it could not be "

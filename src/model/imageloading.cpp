@@ -46,6 +46,11 @@ QSize orientedHeaderSize(QImageReader& reader)
 
 bool prepare(QImageReader& reader, QString* error)
 {
+    if (!reader.fileName().isEmpty() && !isRegularOrMissing(reader.fileName())) {
+        if (error)
+            *error = QStringLiteral("It is not a regular file.");
+        return false;
+    }
     reader.setAutoTransform(true);
     reader.setAllocationLimit(kAllocationLimitMb);
     const QSize declared = reader.size();
@@ -59,11 +64,6 @@ bool prepare(QImageReader& reader, QString* error)
 
 QImage read(const QString& path, QString* error)
 {
-    if (!isRegularOrMissing(path)) {
-        if (error)
-            *error = QStringLiteral("It is not a regular file.");
-        return {};
-    }
     QImageReader reader(path);
     if (!prepare(reader, error))
         return {};
