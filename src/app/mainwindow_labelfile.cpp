@@ -40,7 +40,8 @@ void MainWindow::saveLabelConfig()
         }
         labelFileDamaged = false;
         if (!copy.isEmpty())
-            showStatusNote(QStringLiteral("The damaged %1 is kept as %2").arg(name, QFileInfo(copy).fileName()));
+            showStatusNote(QStringLiteral("The damaged %1 is kept as %2")
+                               .arg(name, QFileInfo(copy).fileName()));
     }
     // The colours are a convenience, the annotations are elsewhere: a failure is told in
     // the status bar, not in a box.

@@ -172,7 +172,8 @@ ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
         yaml += QStringLiteral("\nkpt_shape: [%1, 3]\n")
                     .arg(keypointOrder.value(classNames.first()).size());
     }
-    if (!ConverterRules::writeFileAtomically(outputFolder + QStringLiteral("/data.yaml"), yaml.toUtf8(), &error))
+    const QString yamlPath = outputFolder + QStringLiteral("/data.yaml");
+    if (!ConverterRules::writeFileAtomically(yamlPath, yaml.toUtf8(), &error))
         ++unwritten;
 
     ExportImportResult result;

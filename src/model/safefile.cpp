@@ -46,7 +46,8 @@ QString canonicalFolder(const QString& folder)
 
 bool isInside(const QString& path, const QString& folder)
 {
-    return path == folder || path.startsWith(folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/'));
+    const QString prefix = folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/');
+    return path == folder || path.startsWith(prefix);
 }
 
 } // namespace

@@ -115,11 +115,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("said");
-        QTest::newRow("FIFO as annotation file") << "a.xml" << "fifo" << "a.xml was not read: it is not a regular file";
-        QTest::newRow("annotation file linked to /dev/zero") << "a.xml" << "zero" << "a.xml was not read: it is not a regular file";
-        QTest::newRow("annotation file of 300 MB") << "a.xml" << "300" << "a.xml was not read: it is larger than 256 MB";
-        QTest::newRow("FIFO as colour file") << "label_colors.json" << "fifo" << "label_colors.json was not read: it is not a regular file";
-        QTest::newRow("colour file of 17 MB") << "label_colors.json" << "17" << "label_colors.json was not read: it is larger than 16 MB";
+        const QString special = QStringLiteral("%1 was not read: it is not a regular file");
+        const QString large = QStringLiteral("%1 was not read: it is larger than %2 MB");
+        QTest::newRow("FIFO as annotation file") << "a.xml" << "fifo" << special.arg("a.xml");
+        QTest::newRow("annotation file linked to /dev/zero") << "a.xml" << "zero" << special.arg("a.xml");
+        QTest::newRow("annotation file of 300 MB") << "a.xml" << "300" << large.arg("a.xml").arg(256);
+        QTest::newRow("FIFO as colour file") << "label_colors.json" << "fifo" << special.arg("label_colors.json");
+        QTest::newRow("colour file of 17 MB") << "label_colors.json" << "17" << large.arg("label_colors.json").arg(16);
     }
 
     // Before: the window stayed black (blocked opening a FIFO) or ate gigabytes.
@@ -135,8 +137,8 @@ private Q_SLOTS:
             QCOMPARE(::mkfifo(path.constData(), 0644), 0);
         else if (kind == "zero")
             QVERIFY(QFile::link("/dev/zero", path));
-        else
-            QCOMPARE(::truncate((writeBytes(path, "["), path.constData()), kind.toLongLong() << 20), 0);
+        else if (writeBytes(QFile::decodeName(path), "[")) // then grown sparse: no disk used
+            QCOMPARE(::truncate(path.constData(), kind.toLongLong() << 20), 0);
         ScriptedPrompts prompts;
         MainWindow w;
         QVERIFY(w.openDataset(dir.path()));
