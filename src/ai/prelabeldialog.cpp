@@ -124,6 +124,7 @@ QWidget* PrelabelDialog::buildConfiguration()
     connect(modelEdit, &QLineEdit::returnPressed, this, &PrelabelDialog::onReadClasses);
     auto* browse = new QPushButton(QStringLiteral("Browse..."));
     browse->setObjectName(QStringLiteral("browseModelButton"));
+    browse->setAutoDefault(false); // Return in the model field reads its classes
     connect(browse, &QPushButton::clicked, this, &PrelabelDialog::onBrowseModel);
     grid->addWidget(new QLabel(QStringLiteral("Model File (.pt):")), 1, 0);
     grid->addWidget(modelEdit, 1, 1);
@@ -153,6 +154,8 @@ QWidget* PrelabelDialog::buildConfiguration()
         auto* button = new QRadioButton(text);
         button->setObjectName(QLatin1String(name));
         button->setEnabled(count > 0);
+        // As for check boxes: on a transparent background the style loses the ring.
+        button->setStyleSheet(QStringLiteral("QRadioButton{background-color:#282a30;}"));
         which->addButton(button);
         return button;
     };

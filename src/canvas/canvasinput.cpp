@@ -602,12 +602,12 @@ void ImageCanvas::keyPressEvent(QKeyEvent* event)
         return;
     case Qt::Key_Return:
     case Qt::Key_Enter:
-        if (m_currentShape == ShapeType::Polygon && m_wipPoints.size() >= 3) {
+        if (m_currentShape == ShapeType::Polygon && m_wipPoints.size() >= 3)
             finaliseWip();
-            event->accept();
-            return;
-        }
-        break; // otherwise the main window's: accepting proposals
+        else if (!m_proposals.isEmpty())
+            break; // the main window's: accepting proposals
+        event->accept();
+        return;
     case Qt::Key_Left:
     case Qt::Key_Right:
     case Qt::Key_Up:

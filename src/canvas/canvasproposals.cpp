@@ -167,6 +167,8 @@ bool ImageCanvas::proposalMenu(const QPointF& pos)
     const int index = hitTestProposal(pos);
     if (index < 0)
         return false;
+    if (hasValidSelection() || m_allSelected)
+        deselect();
     m_selectedProposal = index;
     update();
     SectionMenu menu(this);
@@ -200,7 +202,14 @@ void ImageCanvas::drawProposals(QPainter& p) const
     const QFontMetrics fm(small, this);
     p.save();
     p.setRenderHint(QPainter::Antialiasing, true);
-    for (int i = 0; i < m_proposals.size(); ++i) {
+    // The selected one last, on top of the others and their badges.
+    QVarLengthArray<int, 64> order;
+    for (int i = 0; i < m_proposals.size(); ++i)
+        if (i != m_selectedProposal)
+            order.append(i);
+    if (validProposal(m_selectedProposal))
+        order.append(m_selectedProposal);
+    for (const int i : order) {
         const Proposal& proposal = m_proposals.at(i);
         const BoxAnnotation& b = proposal.shape;
         if (b.points.isEmpty())
@@ -236,7 +245,11 @@ void ImageCanvas::drawProposals(QPainter& p) const
             p.drawEllipse(circle(c, 2.0));
             p.setBrush(Qt::NoBrush);
             badgeAt = c + QPointF(KeypointRadius + 2, -KeypointRadius + 1);
-            pts.clear(); // its dashed ring is its handle
+            if (selected) {
+                p.setPen(QPen(Qt::white, 1, Qt::DotLine));
+                p.drawEllipse(circle(c, KeypointRadius + 4));
+            }
+            pts.clear(); // too small for handles
             break;
         }
         case ShapeType::Line:

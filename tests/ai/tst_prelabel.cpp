@@ -37,7 +37,7 @@ QByteArray model(const QString& task, const QString& extra = {})
 }
 
 // 160 x 120 images made of: r, a red 40 x 30 box at (10, 20); q, a blue 70 x 70 square at
-// (75, 35) with a 20 x 20 hole; s, a blue star of 100 spikes; o, a blue 60 x 20 box turned
+// (75, 35) with a 20 x 20 hole; p, blue squares of 60 and 20; s, a blue star of 100 spikes; o, a blue 60 x 20 box turned
 // by 30 degrees round (80, 60); g, a green corner. "e" is a 48 x 32 JPEG with its left 16
 // columns red, stored turned: EXIF orientation 6 shows it 32 x 48, the band at the top.
 void makeImage(const QString& path, const QString& what)
@@ -52,6 +52,10 @@ void makeImage(const QString& path, const QString& what)
     if (what.contains('q')) {
         p.fillRect(75, 35, 70, 70, Qt::blue);
         p.fillRect(100, 60, 20, 20, Qt::black);
+    }
+    if (what.contains('p')) { // two pieces
+        p.fillRect(20, 20, 60, 60, Qt::blue);
+        p.fillRect(100, 90, 20, 20, Qt::blue);
     }
     if (what.contains('g'))
         p.fillRect(0, 0, 10, 10, Qt::green);
@@ -226,8 +230,9 @@ void TestPrelabel::helperShapes_data()
     QTest::addColumn<QStringList>("expected");
     QTest::newRow("detect, EXIF applied") << "detect" << "" << QStringList{"rq", "e"} << QStringList{
         "i0.png 160x120: person bndbox 10,20-49,49; car bndbox 75,35-144,104", "i1.jpg 32x48: person bndbox 0,0-31,15"};
-    QTest::newRow("segment, hole dropped") << "segment" << "" << QStringList{"rq", "s"} << QStringList{
-        "i0.png 160x120: person polygon 10,20-49,49 n4; car polygon 75,35-144,104 n4", "i1.png 160x120: car polygon 9 to 64 vertices"};
+    QTest::newRow("segment, hole dropped") << "segment" << "" << QStringList{"rq", "s", "p"} << QStringList{
+        "i0.png 160x120: person polygon 10,20-49,49 n4; car polygon 75,35-144,104 n4", "i1.png 160x120: car polygon 9 to 64 vertices",
+        "i2.png 160x120: car polygon 20,20-79,79 n4"};
     QTest::newRow("pose, named") << "pose" << R"(, "kpt_names": ["tl", "tr", "br", "bl"])" << QStringList{"r"} << QStringList{
         "i0.png 160x120: person bndbox 10,20-49,49; tl keypoint 10,20-10,20; tr keypoint 50,20-50,20; bl keypoint 10,50-10,50"};
     QTest::newRow("pose, numbered") << "pose" << "" << QStringList{"r"} << QStringList{

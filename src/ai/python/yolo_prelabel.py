@@ -172,7 +172,8 @@ def pixel_box(x1, y1, x2, y2, width, height):
 def outline(cv2, numpy, points, tolerance):
     """The outer outline of a mask polygon, holes and stray pieces dropped, simplified to
     at most MAX_VERTICES vertices. The polygon is drawn into a mask of its own extent and
-    traced again, so rings that a model joins into one polygon come apart."""
+    traced again: the pieces and holes a model joins into one polygon come apart once the
+    hairlines joining them are opened away, and the largest piece is kept."""
     points = numpy.asarray(points, dtype=numpy.float64).reshape(-1, 2)
     if len(points) < 3 or not numpy.isfinite(points).all():
         return None
@@ -181,6 +182,9 @@ def outline(cv2, numpy, points, tolerance):
     size = local.max(axis=0) + 2
     mask = numpy.zeros((int(size[1]), int(size[0])), numpy.uint8)
     cv2.fillPoly(mask, [local], 255)
+    opened = cv2.morphologyEx(mask, cv2.MORPH_OPEN, numpy.ones((3, 3), numpy.uint8))
+    if cv2.countNonZero(opened):
+        mask = opened
     contours = cv2.findContours(mask, cv2.RETR_EXTERNAL, cv2.CHAIN_APPROX_NONE)[-2]
     if not contours:
         return None
