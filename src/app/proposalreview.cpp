@@ -18,6 +18,7 @@ namespace {
 // The sidecar folder is listed in slices of this many entries, so that the marks of a
 // large dataset never hold up the first image or the event loop.
 constexpr int kListSlice = 2000;
+constexpr int kFirstListDelayMs = 60; // after the first image is on the screen
 constexpr int kListIntervalMs = 20;
 
 QString fileName(const QString& path)
@@ -36,7 +37,6 @@ void trimTo(QList<T>& stack, qsizetype size)
 
 ProposalReview::ProposalReview(MainWindow* window) : QObject(window), w(window)
 {
-    m_listing.setInterval(kListIntervalMs);
     connect(&m_listing, &QTimer::timeout, this, &ProposalReview::listSome);
     connect(w->canvas, &ImageCanvas::proposalAccepted, this, &ProposalReview::onProposalTaken);
     connect(w->canvas, &ImageCanvas::proposalAcceptRequested, this, &ProposalReview::acceptAt);
@@ -64,11 +64,12 @@ void ProposalReview::datasetOpened()
     m_redo.clear();
     m_rowByName.clear();
     m_store.startListing();
-    m_listing.start();
+    m_listing.start(kFirstListDelayMs);
 }
 
 void ProposalReview::listSome()
 {
+    m_listing.setInterval(kListIntervalMs);
     if (m_store.listSome(kListSlice))
         m_listing.stop();
     w->imageList->viewport()->update();
@@ -134,7 +135,6 @@ void ProposalReview::setCurrent(const QList<Proposal>& proposals, int selected)
     m_store.set(record.xmlPath, fileName(record.imagePath), proposals);
     w->canvas->setProposals(proposals, std::min<int>(selected, proposals.size() - 1));
     repaintRow(w->currentIndex);
-    reportWriteFailures();
 }
 
 // The shapes join the current image's as one edit: saved as every edit is.
@@ -168,6 +168,7 @@ void ProposalReview::acceptAt(int index, const QString& label)
         shape.label = label;
     addShapes({shape});
     setCurrent(rest, index);
+    reportWriteFailures();
 }
 
 void ProposalReview::acceptAll()
@@ -180,6 +181,7 @@ void ProposalReview::acceptAll()
         shapes.append(p.shape);
     addShapes(shapes);
     setCurrent({}, -1);
+    reportWriteFailures();
 }
 
 void ProposalReview::rejectAt(int index)
@@ -190,6 +192,7 @@ void ProposalReview::rejectAt(int index)
     QList<Proposal> rest = m_current;
     rest.removeAt(index);
     setCurrent(rest, index);
+    reportWriteFailures();
 }
 
 void ProposalReview::rejectAll()
@@ -198,6 +201,7 @@ void ProposalReview::rejectAll()
         return;
     w->pushUndo();
     setCurrent({}, -1);
+    reportWriteFailures();
 }
 
 // A drag has already made the proposal a shape on the canvas; the release saves it.
