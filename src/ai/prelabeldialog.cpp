@@ -25,6 +25,8 @@
 #include <QTemporaryFile>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 #include "ai/aidialogparts.h"
 #include "ai/pythonenv.h"
 #include "ui/userprompts.h"
@@ -198,7 +200,7 @@ QWidget* PrelabelDialog::buildMapping()
     auto* group = new QGroupBox(QStringLiteral("Class Mapping"));
     auto* layout = new QVBoxLayout(group);
     auto* note = new QLabel(QStringLiteral(
-        "Each model class becomes the label chosen here (type a new one to add it).\n"
+        "Each model class becomes the label chosen here (type a new one to add it). "
         "Classes set to (skip) are left out."));
     note->setWordWrap(true);
     layout->addWidget(note);
@@ -211,6 +213,21 @@ QWidget* PrelabelDialog::buildMapping()
     mappingTable->setSelectionMode(QAbstractItemView::NoSelection);
     mappingTable->setMinimumHeight(160);
     layout->addWidget(mappingTable, 1);
+    auto* ownNames = new QPushButton(QStringLiteral("Own Names"));
+    ownNames->setObjectName(QStringLiteral("ownNamesButton"));
+    ownNames->setToolTip(QStringLiteral("Every class to the label of its own name"));
+    auto* skipUnmatched = new QPushButton(QStringLiteral("Skip Unmatched"));
+    skipUnmatched->setObjectName(QStringLiteral("skipUnmatchedButton"));
+    skipUnmatched->setToolTip(QStringLiteral("Skip the classes that have no label of the same name"));
+    for (QPushButton* b : {ownNames, skipUnmatched})
+        b->setAutoDefault(false);
+    connect(ownNames, &QPushButton::clicked, this, &PrelabelDialog::onOwnNames);
+    connect(skipUnmatched, &QPushButton::clicked, this, &PrelabelDialog::onSkipUnmatched);
+    auto* mappingButtons = new QHBoxLayout;
+    mappingButtons->addWidget(ownNames);
+    mappingButtons->addWidget(skipUnmatched);
+    mappingButtons->addStretch();
+    layout->addLayout(mappingButtons);
     layout->addWidget(AiDialogParts::hintLabel(
         QStringLiteral("The classes are read when you choose the model, or at the start of the run.")));
     return group;
@@ -223,10 +240,23 @@ int PrelabelDialog::mappingRow(const QString& name, bool keypoint) const
     return m_rows.value(QLatin1Char(keypoint ? 'k' : 'c') + name, -1);
 }
 
-// New rows go to the label of the same name (letter case aside), or to the class's own
-// name as a new label. Rows already there keep what the user chose.
-void PrelabelDialog::addClasses(const QStringList& names, bool keypoint)
+QString PrelabelDialog::sameNameLabel(const QString& name) const
 {
+    for (const QString& label : std::as_const(m_labelNames))
+        if (label.compare(name, Qt::CaseInsensitive) == 0)
+            return label;
+    return QString();
+}
+
+// A class goes to the label of the same name (letter case aside). The others go to labels
+// of their own names, unless some class of their kind found its label: then the dataset
+// has labels of its own and they are skipped. Rows already there keep what was chosen.
+void PrelabelDialog::addClasses(const QStringList& names, bool keypoint, bool decideDefault)
+{
+    if (decideDefault)
+        m_skipUnmatched[keypoint] = std::any_of(names.begin(), names.end(), [this](const QString& n) {
+            return !sameNameLabel(n).isEmpty();
+        });
     for (const QString& name : names) {
         if (mappingRow(name, keypoint) >= 0)
             continue;
@@ -234,21 +264,41 @@ void PrelabelDialog::addClasses(const QStringList& names, bool keypoint)
         mappingTable->insertRow(row);
         auto* item = new QTableWidgetItem(keypoint ? name + QStringLiteral("  (keypoint)") : name);
         item->setFlags(Qt::ItemIsEnabled);
+        item->setData(Qt::UserRole, name);
         mappingTable->setItem(row, 0, item);
         m_rows.insert(QLatin1Char(keypoint ? 'k' : 'c') + name, row);
         auto* combo = new QComboBox;
         combo->setEditable(true);
         combo->addItem(kSkip);
-        QString chosen = name;
-        for (const QString& label : std::as_const(m_labelNames)) {
-            combo->addItem(label);
-            if (label.compare(name, Qt::CaseInsensitive) == 0 && chosen == name)
-                chosen = label;
-        }
-        if (combo->findText(chosen, Qt::MatchFixedString | Qt::MatchCaseSensitive) < 0)
-            combo->addItem(chosen);
-        combo->setCurrentText(chosen);
+        combo->addItems(m_labelNames);
         mappingTable->setCellWidget(row, 1, combo);
+        const QString label = sameNameLabel(name);
+        setRowLabel(row, !label.isEmpty() ? label : m_skipUnmatched[keypoint] ? kSkip : name);
+    }
+}
+
+void PrelabelDialog::setRowLabel(int row, const QString& label)
+{
+    auto* combo = static_cast<QComboBox*>(mappingTable->cellWidget(row, 1));
+    if (combo->findText(label, Qt::MatchFixedString | Qt::MatchCaseSensitive) < 0)
+        combo->addItem(label);
+    combo->setCurrentText(label);
+}
+
+void PrelabelDialog::onOwnNames()
+{
+    for (int row = 0; row < mappingTable->rowCount(); ++row) {
+        const QString name = mappingTable->item(row, 0)->data(Qt::UserRole).toString();
+        const QString label = sameNameLabel(name);
+        setRowLabel(row, label.isEmpty() ? name : label);
+    }
+}
+
+void PrelabelDialog::onSkipUnmatched()
+{
+    for (int row = 0; row < mappingTable->rowCount(); ++row) {
+        const QString label = sameNameLabel(mappingTable->item(row, 0)->data(Qt::UserRole).toString());
+        setRowLabel(row, label.isEmpty() ? kSkip : label);
     }
 }
 
@@ -421,8 +471,8 @@ void PrelabelDialog::handleOutputLine(const QString& line)
             m_rows.clear();
         }
         m_classesModel = modelEdit->text();
-        addClasses(names, false);
-        addClasses(keypoints, true);
+        addClasses(names, false, true);
+        addClasses(keypoints, true, true);
         appendLog(QStringLiteral("Model: %1 (%2, %3 classes)")
                       .arg(QFileInfo(m_classesModel).fileName(), o.value(QLatin1String("task")).toString())
                       .arg(names.size()),
@@ -469,7 +519,7 @@ void PrelabelDialog::handleResult(const QString& json)
         const QString name = shape.value(QLatin1String("class")).toString();
         const bool keypoint = p.shape.type == ShapeType::Keypoint;
         if (mappingRow(name, keypoint) < 0)
-            addClasses({name}, keypoint);
+            addClasses({name}, keypoint, false);
         p.shape.label = labelFor(name, keypoint);
         if (!p.shape.label.isEmpty())
             proposals.append(p);

@@ -62,6 +62,8 @@ public Q_SLOTS:
     void onBrowseModel();
     void onReadClasses();
     void onRun();
+    void onOwnNames();
+    void onSkipUnmatched();
 
 protected:
     void handleOutputLine(const QString& line) override;
@@ -79,7 +81,10 @@ private:
     QStringList chosenImages() const;
     // The interpreter and the script, or empty after telling the user what is missing.
     QString pythonAndScript(QString* script);
-    void addClasses(const QStringList& names, bool keypoint);
+    // decideDefault: the names are all the model has of their kind (see the .cpp).
+    void addClasses(const QStringList& names, bool keypoint, bool decideDefault);
+    QString sameNameLabel(const QString& name) const;
+    void setRowLabel(int row, const QString& label);
     int mappingRow(const QString& name, bool keypoint) const;
     void handleResult(const QString& json);
 
@@ -90,6 +95,7 @@ private:
     QString m_python;
     QString m_classesModel; // the model the table lists the classes of
     QHash<QString, int> m_rows; // "c" + class or "k" + keypoint name -> table row
+    bool m_skipUnmatched[2] = {false, false}; // classes, keypoints
     std::unique_ptr<QTemporaryFile> m_list;
     int m_total = 0;
     int m_done = 0;

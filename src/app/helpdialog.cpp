@@ -283,8 +283,11 @@ saves clean frames; its optional XML files hold the detected boxes.</p>
 <p><b>Edit &rarr; Pre-label with YOLO...</b> runs a YOLO model over the images of the loaded
 dataset. What it finds becomes <i>proposals</i>: shapes you review instead of drawing. Choose the
 model file; its classes appear in the <b>Class Mapping</b> table, each going to the label of the
-same name (letter case aside) or else to a new label named after it. Pick another label, type a
-new name, or choose <b>(skip)</b> to leave a class out. Then choose which images to run on:
+same name (letter case aside). A class without one becomes a new label of its own name, unless
+some of the model's classes found your labels: then it is set to <b>(skip)</b>, so that a model
+trained on many classes brings only yours. Pick another label, type a new name, or choose
+<b>(skip)</b> for any class; <b>Own Names</b> and <b>Skip Unmatched</b> set the whole table one way
+or the other. Then choose which images to run on:
 <b>Unlabelled images only</b> (no annotation file and no shapes), <b>All images</b> or the
 <b>Current image only</b>, set the confidence and IoU thresholds and the most shapes per image, and
 click <b>Run Pre-labelling</b>. The log lists every image as its proposals arrive, and they appear

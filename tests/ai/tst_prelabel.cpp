@@ -297,7 +297,7 @@ void TestPrelabel::helperErrors()
 void TestPrelabel::run_data()
 {
     QTest::addColumn<QString>("which");
-    QTest::addColumn<QStringList>("mapping"); // class=label
+    QTest::addColumn<QStringList>("mapping"); // class=label; +name: a label the dataset has
     QTest::addColumn<QStringList>("sidecars");
     QTest::addColumn<QStringList>("labels");
     QTest::addColumn<QString>("lastLog");
@@ -305,6 +305,8 @@ void TestPrelabel::run_data()
     const QString failed = "Process exited with code 1.";
     QTest::newRow("unlabelled, same names") << "unlabelledRadio" << QStringList{} << QStringList{"a: person", "b: car"}
                                             << QStringList{"object", "person", "car"} << failed << "";
+    QTest::newRow("a class has its label: others skipped") << "unlabelledRadio" << QStringList{"+Car"} << QStringList{"b: Car"}
+                                                           << QStringList{"object", "Car"} << failed << "";
     QTest::newRow("all, mapped and skipped") << "allRadio" << QStringList{"person=object", "car=(skip)"}
                                              << QStringList{"a: object", "c: object"} << QStringList{"object"} << failed << "";
     QTest::newRow("all, one deleted mid-run") << "allRadio" << QStringList{} << QStringList{"a: person", "c: person"}
@@ -328,7 +330,10 @@ void TestPrelabel::run()
     ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("object", 1, 1, 5, 5)});
     c.xmlPath = data.annotations + "/c.xml";
     QVERIFY(VocXml::save(c, "images"));
+    for (const QString& m : mapping.filter(QRegularExpression("^\\+")))
+        writeFile(data.annotations + "/label_colors.json", QString(R"([{"name": "%1", "color": "#ff6464"}])").arg(m.mid(1)).toUtf8());
     QMap<QString, QByteArray> before = contents(data.images);
+    before.remove("annotations/label_colors.json");
     ScriptedPrompts prompts;
     MainWindow w;
     QVERIFY(w.openDataset(data.images));
