@@ -1,5 +1,6 @@
 #include <QAction>
 #include <QBuffer>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDirIterator>
 #include <QJsonArray>
@@ -462,43 +463,60 @@ void TestPrelabel::review()
 void TestPrelabel::exportsIgnoreProposals_data()
 {
     QTest::addColumn<QString>("action");
-    QTest::addColumn<bool>("toFolder");
-    QTest::newRow("yolo") << "exportYoloAction" << true;
-    QTest::newRow("coco") << "exportCocoAction" << false;
-    QTest::newRow("dota") << "exportDotaAction" << true;
-    QTest::newRow("csv") << "exportCsvAction" << false;
-    QTest::newRow("classes") << "exportObjectNamesAction" << false;
+    for (const char* action : {"exportYoloAction", "exportCocoAction", "exportDotaAction", "exportCsvAction",
+                               "exportObjectNamesAction", "exportSplitAction", "bboxesToKeyPointsAction",
+                               "exportCollageAction", "renameLabelAction"})
+        QTest::newRow(action) << action;
 }
 
-// An export with open proposals on every image writes the same bytes as without them.
+// A command run with open proposals on every image writes the same bytes as without them,
+// and leaves the proposals as they were.
 void TestPrelabel::exportsIgnoreProposals()
 {
     QFETCH(QString, action);
-    QFETCH(bool, toFolder);
     Dataset data({"a:", "b:"});
-    writeFile(data.annotations + "/label_colors.json",
-              R"([{"name": "object", "color": "#00dcdc"}, {"name": "car", "color": "#ff6464"}])");
     ImageAnnotations a = image(data.images + "/a.png", 160, 120, {box("object", 1, 1, 5, 5)});
     a.xmlPath = data.annotations + "/a.xml";
     QVERIFY(VocXml::save(a, "images"));
+    const QString sidecars = data.annotations + "/.proposals";
     QList<QMap<QString, QByteArray>> written;
     for (bool withProposals : {true, false}) {
-        QDir(data.annotations + "/.proposals").removeRecursively();
+        QDir(sidecars).removeRecursively();
+        QDir(data.images + "/key_points").removeRecursively();
+        VocXml::save(a, "images");
+        writeFile(data.annotations + "/label_colors.json",
+                  R"([{"name": "object", "color": "#00dcdc"}, {"name": "car", "color": "#ff6464"}])");
         if (withProposals) {
             data.writeProposals("a", {proposal("car", 0.8, 60)});
             data.writeProposals("b", {proposal("car", 0.8, 60)});
         }
+        const QMap<QString, QByteArray> proposals = contents(sidecars), before = contents(data.images);
         ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(data.images));
-        QCOMPARE(w.canvas->proposals().size(), withProposals ? 1 : 0);
         const QString out = data.path(withProposals ? "with" : "without");
         QDir().mkpath(out);
-        (toFolder ? prompts.directoryAnswers : prompts.saveFileAnswers) << (toFolder ? out : out + "/export.txt");
+        prompts.directoryAnswers << out;
+        prompts.saveFileAnswers << out + "/out.png";
+        prompts.questionAnswers << QMessageBox::Yes;
+        prompts.dialogHandler = [](QDialog* d) { // defaults, except: the collage in order, car renamed
+            if (auto* random = d->findChild<QCheckBox*>("collageRandomCheck"))
+                random->setChecked(false);
+            if (auto* label = d->findChild<QComboBox*>("renameLabelCombo")) {
+                label->setCurrentText("car");
+                d->findChild<QLineEdit*>("newLabelNameEdit")->setText("vehicle");
+            }
+            return int(QDialog::Accepted);
+        };
+        MainWindow w;
+        QVERIFY(w.openDataset(data.images));
+        QTRY_VERIFY(w.scanIndex >= w.images.size());
+        QCOMPARE(w.canvas->proposals().size(), withProposals ? 1 : 0);
         w.findChild<QAction*>(action)->trigger();
+        w.proposalReview->store().flush();
+        QCOMPARE(contents(sidecars), proposals);
         written << contents(out);
+        written.last().insert(contents(data.images)); // the annotations, the converted ones
+        QVERIFY(written.last() != before); // the command did its work
     }
-    QVERIFY(!written[0].isEmpty());
     QCOMPARE(written[0], written[1]);
 }
 
