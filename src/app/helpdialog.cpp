@@ -319,7 +319,8 @@ list marks every image with open proposals with a dashed amber ring. They are ke
 folder <code>.proposals</code> inside the annotations folder, one small file per image, and are
 still there when you load the dataset again; the exports, the split, the collage, the conversions
 and Rename / Remove Label never see them. A new run replaces the proposals an image still has
-open.</p>
+open, and leaves out what repeats a shape the image already has (the same label in nearly the
+same place).</p>
 <h4>Reviewing proposals</h4>
 <table width="100%" cellspacing="0" cellpadding="4">
 <tr bgcolor="#2a2a2a"><td><b>Click</b> a proposal</td><td>Select it. When an image is shown, its most

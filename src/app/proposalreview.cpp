@@ -11,6 +11,7 @@
 #include "app/mainwindow.h"
 #include "canvas/imagecanvas.h"
 #include "model/labelpalette.h"
+#include "model/vocxml.h"
 #include "ui/userprompts.h"
 
 namespace {
@@ -279,6 +280,15 @@ bool ProposalReview::merge(const QString& imageName, QList<Proposal> proposals)
     }
     if (row < 0 || !QFileInfo::exists(w->images.at(row).imagePath))
         return false;
+
+    // What the image already has is not proposed again.
+    QList<BoxAnnotation> shapes = row == w->currentIndex ? w->canvas->boxes() : w->images.at(row).boxes;
+    if (shapes.isEmpty() && QFileInfo::exists(w->images.at(row).xmlPath)) {
+        ImageAnnotations stored = w->images.at(row);
+        VocXml::load(stored);
+        shapes = stored.boxes;
+    }
+    proposals.removeIf([&shapes](const Proposal& p) { return Proposals::repeatsShape(p.shape, shapes); });
 
     bool labelsAdded = false;
     for (const Proposal& p : std::as_const(proposals))

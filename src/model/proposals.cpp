@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLineF>
 #include <QMutex>
 #include <QThread>
 #include <QWaitCondition>
@@ -101,6 +102,27 @@ QJsonObject shapeToJson(const Proposal& p)
     if (!p.shape.visible)
         o.insert(QStringLiteral("visible"), false);
     return o;
+}
+
+bool repeatsShape(const BoxAnnotation& shape, const QList<BoxAnnotation>& shapes)
+{
+    const QRectF a = pointsBoundingRect(shape.points);
+    for (const BoxAnnotation& other : shapes) {
+        if (other.label != shape.label || other.type != shape.type || other.points.isEmpty())
+            continue;
+        if (shape.type == ShapeType::Keypoint) {
+            if (QLineF(shape.points.at(0), other.points.at(0)).length() <= 3.0)
+                return true;
+            continue;
+        }
+        const QRectF b = pointsBoundingRect(other.points);
+        const QRectF common = a.intersected(b);
+        const double overlap = common.width() * common.height();
+        const double all = a.width() * a.height() + b.width() * b.height() - overlap;
+        if (all > 0 && overlap / all >= 0.9)
+            return true;
+    }
+    return false;
 }
 
 QByteArray toJson(const QString& imageName, const QList<Proposal>& proposals)

@@ -43,6 +43,10 @@ QString sidecarPath(const QString& xmlPath);
 bool shapeFromJson(const QJsonObject& object, Proposal* proposal);
 QJsonObject shapeToJson(const Proposal& proposal);
 
+// Whether `shape` repeats one of `shapes`: the same label and kind, and bounds that overlap
+// by 90 % (intersection over union), or for keypoints, lie within 3 pixels.
+bool repeatsShape(const BoxAnnotation& shape, const QList<BoxAnnotation>& shapes);
+
 QByteArray toJson(const QString& imageName, const QList<Proposal>& proposals);
 // False, with nothing read, when the bytes are not a sidecar; shapes that do not read
 // are left out.

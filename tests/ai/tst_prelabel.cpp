@@ -215,6 +215,8 @@ private Q_SLOTS:
     void helperShapes();
     void helperErrors_data();
     void helperErrors();
+    void mappingDefaults_data();
+    void mappingDefaults();
     void run_data();
     void run();
     void review_data();
@@ -295,26 +297,70 @@ void TestPrelabel::helperErrors()
 }
 
 // Through the window: which images, the mapping, labels, sidecars, marks, the log.
+void TestPrelabel::mappingDefaults_data()
+{
+    QTest::addColumn<QStringList>("labels");
+    QTest::addColumn<QString>("defaults"); // class -> label for person, car, the keypoint nose
+    QTest::addColumn<QString>("skipUnmatched");
+    QTest::addColumn<QString>("ownNames");
+    QTest::newRow("no class has a label") << QStringList{"object"} << "person car nose" << "(skip) (skip) (skip)"
+                                          << "person car nose";
+    QTest::newRow("one has, in other case") << QStringList{"object", "Car"} << "(skip) Car nose" << "(skip) Car (skip)"
+                                            << "person Car nose";
+    QTest::newRow("a keypoint has") << QStringList{"NOSE"} << "person car NOSE" << "(skip) (skip) NOSE"
+                                    << "person car NOSE";
+}
+
+// The table's first choice for each class, and its two buttons.
+void TestPrelabel::mappingDefaults()
+{
+    QFETCH(QStringList, labels);
+    Sandbox box;
+    box.link("python", "/usr/bin/python3");
+    placeScript("yolo_prelabel.py", R"(print('CLASSES:{"task":"pose","names":["person","car"],"keypoints":["nose"]}'))");
+    writeFile(box.path("m.pt"), "{}");
+    PrelabelDialog dialog(labels, {}, {});
+    dialog.modelEdit->setText(box.path("m.pt"));
+    dialog.onReadClasses();
+    QVERIFY(waitIdle(&dialog));
+    const auto chosen = [&dialog] {
+        QStringList texts;
+        for (int row = 0; row < dialog.mappingTable->rowCount(); ++row)
+            texts << static_cast<QComboBox*>(dialog.mappingTable->cellWidget(row, 1))->currentText();
+        return texts.join(' ');
+    };
+    QTEST(chosen(), "defaults");
+    dialog.onSkipUnmatched();
+    QTEST(chosen(), "skipUnmatched");
+    dialog.onOwnNames();
+    QTEST(chosen(), "ownNames");
+    QCOMPARE(dialog.labelFor("nose", true), chosen().section(' ', 2));
+    QCOMPARE(dialog.labelFor("nose", false), QString()); // a keypoint, not a class
+}
+
+// c.png's file has a car where the fake model finds a person, so the dataset has the label
+// car: unless mapped otherwise, person is skipped.
 void TestPrelabel::run_data()
 {
     QTest::addColumn<QString>("which");
-    QTest::addColumn<QStringList>("mapping"); // class=label; +name: a label the dataset has
+    QTest::addColumn<QStringList>("mapping"); // class=label
     QTest::addColumn<QStringList>("sidecars");
     QTest::addColumn<QStringList>("labels");
     QTest::addColumn<QString>("lastLog");
     QTest::addColumn<QString>("deleted"); // an image deleted while the model works
     const QString failed = "Process exited with code 1.";
-    QTest::newRow("unlabelled, same names") << "unlabelledRadio" << QStringList{} << QStringList{"a: person", "b: car"}
-                                            << QStringList{"object", "person", "car"} << failed << "";
-    QTest::newRow("a class has its label: others skipped") << "unlabelledRadio" << QStringList{"+Car"} << QStringList{"b: Car"}
-                                                           << QStringList{"object", "Car"} << failed << "";
-    QTest::newRow("all, mapped and skipped") << "allRadio" << QStringList{"person=object", "car=(skip)"}
-                                             << QStringList{"a: object", "c: object"} << QStringList{"object"} << failed << "";
-    QTest::newRow("all, one deleted mid-run") << "allRadio" << QStringList{} << QStringList{"a: person", "c: person"}
-                                              << QStringList{"object", "person"} << failed << "b";
+    QTest::newRow("unlabelled, by name") << "unlabelledRadio" << QStringList{} << QStringList{"b: car"}
+                                         << QStringList{"object", "car"} << failed << "";
+    QTest::newRow("all, person as car: c's repeat left out") << "allRadio" << QStringList{"person=car"}
+        << QStringList{"a: car", "b: car"} << QStringList{"object", "car"} << failed << "";
+    QTest::newRow("all, person as object, car skipped") << "allRadio" << QStringList{"person=object", "car=(skip)"}
+        << QStringList{"a: object", "c: object"} << QStringList{"object", "car"} << failed << "";
+    QTest::newRow("all, one deleted mid-run") << "allRadio" << QStringList{"person=person"}
+        << QStringList{"a: person", "c: person"} << QStringList{"object", "car", "person"} << failed << "b";
     QTest::newRow("current, new label") << "currentRadio" << QStringList{"person=human"} << QStringList{"a: human"}
-        << QStringList{"object", "human"} << "Done — 1 proposals on 1 images. Review them on the canvas: Enter accepts, "
-                                              "Delete rejects, N goes to the next image with proposals." << "";
+        << QStringList{"object", "car", "human"} << "Done — 1 proposals on 1 images. Review them on the canvas: "
+                                                   "Enter accepts, Delete rejects, N goes to the next image with proposals."
+        << "";
 }
 
 void TestPrelabel::run()
@@ -328,16 +374,15 @@ void TestPrelabel::run()
     Dataset data({"a:r", "b:q", "c:r", "d:rg"});
     if (!deleted.isEmpty())
         writeFile(data.path("m.pt"), model("detect", R"(, "delay": 0.3)"));
-    ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("object", 1, 1, 5, 5)});
+    ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
     c.xmlPath = data.annotations + "/c.xml";
     QVERIFY(VocXml::save(c, "images"));
-    for (const QString& m : mapping.filter(QRegularExpression("^\\+")))
-        writeFile(data.annotations + "/label_colors.json", QString(R"([{"name": "%1", "color": "#ff6464"}])").arg(m.mid(1)).toUtf8());
     QMap<QString, QByteArray> before = contents(data.images);
     before.remove("annotations/label_colors.json");
     ScriptedPrompts prompts;
     MainWindow w;
     QVERIFY(w.openDataset(data.images));
+    QTRY_VERIFY(w.scanIndex >= w.images.size()); // car is a label
     QStringList log;
     prompts.dialogHandler = [&](QDialog* dialog) {
         dialog->show();
@@ -379,7 +424,7 @@ void TestPrelabel::run()
                                   "access was encountered)").arg(data.images)), lastLog == "Process exited with code 1.");
     for (int row = 0; row < 4; ++row)
         QCOMPARE(w.imageList->delegate->rowMarked(row), sidecars.join(' ').contains(QString("abcd")[row] + QString(":")));
-    QCOMPARE(w.canvas->proposals().size(), sidecars.first().startsWith("a:") ? 1 : 0);
+    QCOMPARE(w.canvas->proposals().size(), sidecars.join(' ').startsWith("a:") ? 1 : 0);
     QVERIFY(w.images[0].boxes.isEmpty()); // proposals are not shapes
 }
 
