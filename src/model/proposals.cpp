@@ -13,8 +13,8 @@
 #include <QWaitCondition>
 
 #include <cmath>
+#include <cstdio>
 
-#include "model/atomicbatch.h"
 
 namespace Proposals {
 
@@ -157,9 +157,10 @@ bool fromJson(const QByteArray& bytes, QList<Proposal>* proposals)
 
 // --- Writing in the background -----------------------------------------------------------
 
-// Takes everything queued at once and writes it as one atomic batch: one disk flush per
-// batch, however many sidecars a burst of results touched. A sidecar queued again before
-// its turn is written once, with its newest content; a null content removes it.
+// Takes everything queued at once and writes it. A sidecar queued again before its turn is
+// written once, with its newest content; a null content removes it. Each file is replaced
+// in one step (a temporary file renamed over it) but not flushed to the disk: a crash may
+// cost the newest proposals, which a run makes again, and never leaves a broken file.
 struct ProposalStore::Writer {
     QMutex mutex;
     QWaitCondition wake;
@@ -221,24 +222,32 @@ struct ProposalStore::Writer {
     static QStringList write(const QHash<QString, QByteArray>& jobs)
     {
         QStringList failed;
-        AtomicBatch batch;
         QSet<QString> folders;
         for (auto it = jobs.begin(); it != jobs.end(); ++it) {
+            const QString& path = it.key();
             if (it.value().isNull()) {
-                if (QFileInfo::exists(it.key()) && !QFile::remove(it.key()))
-                    failed.append(it.key());
+                if (QFileInfo::exists(path) && !QFile::remove(path))
+                    failed.append(path);
                 continue;
             }
-            const QString folder = QFileInfo(it.key()).path();
+            const QString folder = QFileInfo(path).path();
             if (!folders.contains(folder)) {
                 QDir().mkpath(folder);
                 folders.insert(folder);
             }
-            if (!batch.stage(it.key(), it.value()))
-                failed.append(it.key());
+            const QString temp = path + QStringLiteral(".part");
+            QFile file(temp);
+            bool ok = file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+                && file.write(it.value()) == it.value().size() && file.flush();
+            file.close();
+            ok = ok && file.error() == QFileDevice::NoError
+                && std::rename(QFile::encodeName(temp).constData(), QFile::encodeName(path).constData()) == 0;
+            if (!ok) {
+                QFile::remove(temp);
+                failed.append(path);
+            }
         }
-        batch.commit();
-        return failed + batch.failedPaths();
+        return failed;
     }
 };
 
