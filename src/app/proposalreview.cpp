@@ -27,6 +27,15 @@ QString fileName(const QString& path)
     return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
 }
 
+// The proposal selected when a list is shown afresh: the most confident.
+int mostConfident(const QList<Proposal>& proposals)
+{
+    const auto best = std::max_element(proposals.cbegin(), proposals.cend(), [](const Proposal& a, const Proposal& b) {
+        return a.confidence < b.confidence;
+    });
+    return best == proposals.cend() ? -1 : int(best - proposals.cbegin());
+}
+
 template <typename T>
 void trimTo(QList<T>& stack, qsizetype size)
 {
@@ -83,9 +92,7 @@ void ProposalReview::imageShown()
     m_beforeChange.reset();
     m_current = hasCurrentImage() ? m_store.proposalsFor(w->images.at(w->currentIndex).xmlPath)
                                   : QList<Proposal>();
-    const auto best = std::max_element(m_current.cbegin(), m_current.cend(),
-                                       [](const Proposal& a, const Proposal& b) { return a.confidence < b.confidence; });
-    w->canvas->setProposals(m_current, best == m_current.cend() ? -1 : int(best - m_current.cbegin()));
+    w->canvas->setProposals(m_current, mostConfident(m_current));
 }
 
 void ProposalReview::historyPushed()
@@ -112,7 +119,8 @@ void ProposalReview::stepBack()
         return;
     m_redo.append(m_current);
     trimTo(m_redo, w->redoStack.size());
-    setCurrent(m_undo.takeLast(), 0);
+    const QList<Proposal> previous = m_undo.takeLast();
+    setCurrent(previous, mostConfident(previous));
 }
 
 void ProposalReview::stepForward()
@@ -122,7 +130,8 @@ void ProposalReview::stepForward()
         return;
     m_undo.append(m_current);
     trimTo(m_undo, w->undoStack.size());
-    setCurrent(m_redo.takeLast(), 0);
+    const QList<Proposal> next = m_redo.takeLast();
+    setCurrent(next, mostConfident(next));
 }
 
 // --- Review --------------------------------------------------------------------------------

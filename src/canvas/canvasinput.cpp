@@ -604,7 +604,7 @@ void ImageCanvas::keyPressEvent(QKeyEvent* event)
     case Qt::Key_Enter:
         if (m_currentShape == ShapeType::Polygon && m_wipPoints.size() >= 3)
             finaliseWip();
-        else if (!m_proposals.isEmpty())
+        else if (!m_proposals.isEmpty() && m_wipPoints.isEmpty())
             break; // the main window's: accepting proposals
         event->accept();
         return;
