@@ -82,7 +82,14 @@ PrelabelDialog::PrelabelDialog(const QList<QString>& labelNames, const Images& i
         "QGroupBox{border:1px solid #444;border-radius:4px;margin-top:8px;"
         "padding:8px 6px 6px 6px;font-size:12px;}"
         "QGroupBox::title{subcontrol-origin:margin;subcontrol-position:top left;"
-        "padding:0 4px;color:#aaaaaa;}QScrollArea{border:none;}"));
+        "padding:0 4px;color:#aaaaaa;}QScrollArea{border:none;}"
+        // The dark palette leaves the style's radio rings nearly invisible.
+        "QRadioButton::indicator{width:12px;height:12px;border-radius:7px;border:1px solid #8a8d95;"
+        "background:#1e2026;}"
+        "QRadioButton::indicator:checked{border-color:#4a90d9;background:qradialgradient(cx:0.5,"
+        "cy:0.5,radius:0.5,fx:0.5,fy:0.5,stop:0 #4a90d9,stop:0.5 #4a90d9,stop:0.56 #1e2026,"
+        "stop:1 #1e2026);}"
+        "QRadioButton::indicator:disabled{border-color:#4a4d55;}"));
     buildUI();
 }
 
@@ -156,8 +163,6 @@ QWidget* PrelabelDialog::buildConfiguration()
         auto* button = new QRadioButton(text);
         button->setObjectName(QLatin1String(name));
         button->setEnabled(count > 0);
-        // As for check boxes: on a transparent background the style loses the ring.
-        button->setStyleSheet(QStringLiteral("QRadioButton{background-color:#282a30;}"));
         which->addButton(button);
         return button;
     };
