@@ -143,8 +143,13 @@ shape's box and its label.</td></tr>
 <tr><td><b>CSV</b></td><td>One file, one row per annotation.</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>Other</b></td><td>Export or import the label names as a text file, one
 name per line. Importing label names works even before a dataset is loaded.</td></tr>
-<tr><td><b>Collage</b></td><td>Renders a grid of zoomed crops of annotated images, with their
-boxes and labels drawn, into one PNG file.</td></tr>
+<tr><td><b>Collage</b></td><td><b>Export Collage...</b> asks how many annotated images to show
+and whether to pick them at random or from the top of the list, then where to save the PNG.
+Each image is cropped to the area of its shapes with some padding, enlarged or reduced to fit
+a 1280 x 1024 cell, and drawn with its boxes and labels; the cells are laid out in a grid on a
+dark background. You can cancel while the images are processed, and then no file is written.
+An image that cannot be read leaves its cell empty. A collage too large to build in memory
+(several hundred images) is refused with the largest number of images that fits.</td></tr>
 </table>
 <p>Imports match files to images by file name without extension, add the boxes to those
 images, and add new label names to the label list. Imported shapes are kept in memory and are
@@ -163,7 +168,8 @@ frame.</p>
 <code>brindle_</code> followed by the date and time (for example
 <code>brindle_20240131_142501_123.png</code>) in the images folder; the button briefly shows
 <b>Saved!</b>. When you close the viewer the image list is read again, so the new frames appear in
-it. Without a loaded dataset the frames are saved in Brindle's working folder and you are told so
+it, and the list starts again at its first image (shapes not yet written are written first).
+Without a loaded dataset the frames are saved in Brindle's working folder and you are told so
 before the viewer opens.</p>
 <p>Brindle does not decode video itself: it runs <code>ffmpeg</code> and <code>ffprobe</code>, taken
 from Brindle's own folder when they are there, otherwise from the search path. If
@@ -182,16 +188,26 @@ label from the dataset and removes the label from the list. This cannot be undon
 <tr><td><b>AI Video Frame Extraction (YOLO)...</b></td><td>See the AI section below.</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>Annotate Video with YOLO...</b></td><td>Runs a YOLO model over every frame of
 a video and writes an annotated copy of the video.</td></tr>
-<tr><td><b>Split Dataset into Train/Test subsets...</b></td><td>Shuffles the images and copies them
-with their XML files into <code>Train</code> and <code>Test</code> folders, each with its own
-<code>images</code> and <code>annotations</code> folder, by the percentage you choose.</td></tr>
-<tr bgcolor="#2a2a2a"><td><b>Convert BBoxes to Key Points</b></td><td>Writes a keypoint at the centre of
-every bounding box into a <code>key_points</code> folder next to your annotations folder.</td></tr>
-<tr><td><b>Convert Key Points to BBoxes</b></td><td>Writes a square box of a radius you choose
-around every keypoint into a <code>bounding_boxes</code> folder next to your annotations
+<tr><td><b>Split Dataset into Train/Test subsets...</b></td><td>Asks for the Train percentage (Test
+is the rest) and an output folder, shuffles the images at random and copies them byte for byte,
+with their XML files, into <code>Train/images</code>, <code>Train/annotations</code>,
+<code>Test/images</code> and <code>Test/annotations</code> there. Train gets at least one image.
+Files of the same name are replaced; other files in those folders stay. Only what is saved on
+disk is copied: an image without an XML file is copied alone.</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Convert BBoxes to Key Points</b></td><td>After a confirmation, writes for
+every image that has an XML file a file with a keypoint at the centre of each of its bounding
+boxes, with the box's label, into a <code>key_points</code> folder next to your annotations
+folder. Other shapes are left out; images without boxes are skipped.</td></tr>
+<tr><td><b>Convert Key Points to BBoxes</b></td><td>Asks for a radius (20 pixels unless you change
+it), then writes a box of twice that size centred on every keypoint, kept inside the image when
+its size is known, into a <code>bounding_boxes</code> folder next to your annotations
 folder.</td></tr>
 </table>
-<p>Your own annotations folder is never changed by the split or the conversions.</p>
+<p>Your own annotations folder is never changed by the split or the conversions. Both conversions
+show their progress with a Cancel button (files written before you cancel stay) and end with a
+summary of the images processed and skipped; running one again replaces the files of the same
+images. If some files cannot be written or copied, the summary says how many; the rest of the
+run goes on.</p>
 
 <h3>Annotation file format</h3>
 <p>Each image <code>name.ext</code> has the file <code>name.xml</code> in the annotations folder, in

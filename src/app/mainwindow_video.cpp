@@ -1,8 +1,5 @@
 #include "app/mainwindow.h"
 
-#include <QFileInfo>
-
-#include "app/imagelistwidget.h"
 #include "ui/userprompts.h"
 #include "video/toollocator.h"
 #include "video/videoframedialog.h"
@@ -48,7 +45,7 @@ void MainWindow::onExtractVideoFrames()
     if (imagesFolder.isEmpty())
         return;
     // Listing the folder again drops the records held in memory: write the changed ones
-    // first, and come back to the image that was on screen.
+    // first. The list then starts again at its first image.
     syncCurrentBoxes();
     QList<int> dirty;
     for (int i = 0; i < images.size(); ++i)
@@ -56,13 +53,5 @@ void MainWindow::onExtractVideoFrames()
             dirty.append(i);
     if (!dirty.isEmpty())
         saveAnnotationsForAll(dirty);
-    const QString shown = hasCurrentImage() ? images[currentIndex].imagePath : QString();
     rebuildImageList();
-    for (int i = 0; i < images.size(); ++i) {
-        if (!shown.isEmpty() && images[i].imagePath == shown) {
-            if (i != currentIndex)
-                selectImageRow(i);
-            break;
-        }
-    }
 }

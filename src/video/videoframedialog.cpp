@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QFrame>
@@ -281,17 +282,22 @@ bool VideoFrameDialog::getVideoInfo()
 
 bool VideoFrameDialog::extractFrame(qint64 ms)
 {
-    // A preview left from the previous frame must not pass for this one.
-    QFile::remove(m_previewPath);
+    // A preview left from the previous frame must not pass for this one: one that cannot
+    // be removed (another user's, in a shared temporary folder) is no frame of this video.
+    if (!QFile::remove(m_previewPath) && QFileInfo::exists(m_previewPath))
+        return false;
+    QElapsedTimer clock;
+    clock.start();
     ToolRun run = runTool(m_ffmpegPath, frameArguments(ms, m_videoPath, m_previewPath),
                           kFrameTimeoutMs);
     // ffmpeg hands out the first frame at or after the time asked for, so a time inside the
     // last frame finds none and ffmpeg ends without writing anything. One frame step earlier
-    // lies at or before the start of that last frame.
-    if (run.succeeded() && ms > 0 && !QFileInfo::exists(m_previewPath))
+    // lies at or before the start of that last frame; the retry shares the time limit.
+    const qint64 left = kFrameTimeoutMs - clock.elapsed();
+    if (run.succeeded() && ms > 0 && !QFileInfo::exists(m_previewPath) && left > 0)
         run = runTool(m_ffmpegPath,
                       frameArguments(qMax<qint64>(0, ms - m_frameStep), m_videoPath, m_previewPath),
-                      kFrameTimeoutMs);
+                      int(left));
     return run.finished && QFileInfo::exists(m_previewPath);
 }
 
