@@ -251,7 +251,8 @@ the model file itself decides.</p>
 <p>The AI tools need Python 3.8 or newer with <code>ultralytics</code>, <code>opencv-python</code> and
 NumPy older than version 2. <b>Install AI Dependencies</b>, in either AI window, runs the bundled
 installer (it needs an internet connection and can take 5 to 15 minutes; its progress appears
-in the log). On Linux and macOS it:</p>
+in the log). It does nothing while a run is going: stop the run or let it end first. On Linux
+and macOS it:</p>
 <ul>
 <li>uses the Python the AI windows will use: the first of <code>python</code> and
 <code>python3</code> on the search path that runs;</li>
