@@ -30,7 +30,7 @@ using namespace AiTest;
 namespace {
 
 // The fake model: red pixels are "person" (0.9), blue ones "car" (0.6), green makes it fail.
-QByteArray model(const QString& task, const QString& extra = {})
+QByteArray modelJson(const QString& task, const QString& extra = {})
 {
     return QString(R"({"task": "%1", "classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
         {"name": "car", "bgr": [255, 0, 0], "conf": 0.6}], "kconf": [0.9, 0.9, 0.1, 0.9],
@@ -121,7 +121,7 @@ struct Helper {
 };
 
 // Runs yolo_prelabel.py on images i0, i1 ... made from `specs` ("-" = not an image, "!" = no file).
-Helper runHelper(const Sandbox& box, const QByteArray& modelJson, const QStringList& specs, const QStringList& extra = {})
+Helper runHelper(const Sandbox& box, const QByteArray& modelText, const QStringList& specs, const QStringList& extra = {})
 {
     QStringList list;
     for (int i = 0; i < specs.size(); ++i) {
@@ -133,7 +133,7 @@ Helper runHelper(const Sandbox& box, const QByteArray& modelJson, const QStringL
         list << path;
     }
     writeFile(box.path("list.txt"), list.join('\n').toUtf8());
-    writeFile(box.path("m.pt"), modelJson);
+    writeFile(box.path("m.pt"), modelText);
     QProcess helper;
     helper.start("/usr/bin/python3", QStringList{AI_SCRIPTS_DIR "/yolo_prelabel.py", "--model", box.path("m.pt"),
                                                  "--list", box.path("list.txt")} + extra);
@@ -167,7 +167,7 @@ struct Dataset : Sandbox {
         QDir().mkpath(annotations);
         for (const QString& s : specs)
             makeImage(images + '/' + s.section(':', 0, 0) + ".png", s.section(':', 1));
-        writeFile(path("m.pt"), model(task));
+        writeFile(path("m.pt"), modelJson(task));
     }
     void writeProposals(const QString& image, const QList<Proposal>& proposals) const
     {
@@ -251,7 +251,7 @@ void TestPrelabel::helperShapes()
     QFETCH(QStringList, images);
     QFETCH(QStringList, expected);
     Sandbox box;
-    const Helper run = runHelper(box, model(task, extra), images);
+    const Helper run = runHelper(box, modelJson(task, extra), images);
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.kinds(), QString("CLASSES TOTAL %1 PROGRESS DONE").arg(QStringList(images.size(), "RESULT").join(' ')));
     QCOMPARE(run.out[0], QString(R"(CLASSES:{"task":"%1","names":["person","car"],"keypoints":[%2]})")
@@ -284,7 +284,7 @@ void TestPrelabel::helperErrors()
     if (fault == "package")
         qputenv("PYTHONPATH", "");
     const QStringList extra = fault == "model" ? QStringList{"--model", box.path("none.pt")} : QStringList{};
-    const Helper run = runHelper(box, model(fault == "classify" ? "classify" : "detect"), {"r", "-", "!", "rg"}, extra);
+    const Helper run = runHelper(box, modelJson(fault == "classify" ? "classify" : "detect"), {"r", "-", "!", "rg"}, extra);
     QCOMPARE(run.exitCode, exitCode);
     QCOMPARE(run.kinds(), kinds);
     const QStringList found = run.out.filter(QRegularExpression("^ERROR:"));
@@ -373,7 +373,7 @@ void TestPrelabel::run()
     QFETCH(QString, deleted);
     Dataset data({"a:r", "b:q", "c:r", "d:rg"});
     if (!deleted.isEmpty())
-        writeFile(data.path("m.pt"), model("detect", R"(, "delay": 0.3)"));
+        writeFile(data.path("m.pt"), modelJson("detect", R"(, "delay": 0.3)"));
     ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
     c.xmlPath = data.annotations + "/c.xml";
     QVERIFY(VocXml::save(c, "images"));
