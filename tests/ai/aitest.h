@@ -49,7 +49,8 @@ struct Sandbox {
     QTemporaryDir dir;
     const char* vars[3] = {"PATH", "PYTHONPATH", "TMPDIR"};
     QByteArray saved[3] = {qgetenv(vars[0]), qgetenv(vars[1]), qgetenv(vars[2])};
-    const QStringList scripts{"yolo_inference.py", "yolo_annotate_video.py", "install_python_deps_mac.sh"};
+    const QStringList scripts{"yolo_inference.py", "yolo_annotate_video.py", "yolo_prelabel.py",
+                              "install_python_deps_mac.sh"};
 
     Sandbox()
     {
