@@ -13,6 +13,7 @@
 class AnnotationsPanel;
 class ImageCanvas;
 class ImageListWidget;
+class ProposalReview;
 class QComboBox;
 class QLabel;
 class QToolButton;
@@ -25,7 +26,8 @@ class QToolButton;
 // mainwindow_keys.cpp (keyboard and window events), mainwindow_labels.cpp (label list,
 // combos), mainwindow_labelops.cpp (label changes across the dataset),
 // mainwindow_exportimport.cpp, mainwindow_tools.cpp (split, conversions, collage),
-// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos).
+// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos),
+// mainwindow_prelabel.cpp (YOLO over the dataset; the review is ProposalReview's).
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -77,6 +79,7 @@ public:
     // read only in part ... Each stays for a while.
     QLabel* statusNote = nullptr;
     void showStatusNote(const QString& text);
+    ProposalReview* proposalReview = nullptr;
 
     // Dataset session state.
     QString imagesFolder;
@@ -120,6 +123,7 @@ private Q_SLOTS:
     void onExtractVideoFrames();
     void onYoloInference();
     void onYoloAnnotateVideo();
+    void onPrelabel();
     void onConvertBBoxesToKeyPoints();
     void onConvertKeyPointsToBBoxes();
     void onExportYoloPose();

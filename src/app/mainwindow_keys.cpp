@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QTextEdit>
 
+#include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "ui/userprompts.h"
 
@@ -15,6 +16,8 @@
 // that the canvas and text fields see their keys first.
 void MainWindow::keyPressEvent(QKeyEvent* event)
 {
+    if (proposalReview->handleKey(event))
+        return;
     const bool ctrl = event->modifiers().testFlag(Qt::ControlModifier);
     switch (event->key()) {
     case Qt::Key_Plus:
@@ -106,6 +109,7 @@ bool isWindowKeyTakenByLists(const QKeyEvent* key)
     case Qt::Key_A:
         return true;
     case Qt::Key_D:
+    case Qt::Key_N:
         return !ctrl;
     case Qt::Key_C:
     case Qt::Key_V:

@@ -17,6 +17,7 @@
 
 #include "app/imagelistwidget.h"
 #include "app/loaddatadialog.h"
+#include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
 #include "model/annotationstore.h"
@@ -151,6 +152,7 @@ void MainWindow::rebuildImageList()
     // The image shown belongs to the list just dropped; left on the canvas it would take
     // drawing that no record receives.
     showNoImage();
+    proposalReview->datasetOpened();
 
     if (files.isEmpty()) {
         statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
@@ -285,6 +287,7 @@ void MainWindow::loadImageAt(int row)
     canvas->setImage(pixmap);
     canvas->setBoxes(record.boxes);
     canvas->setImageInfo(row + 1, images.size());
+    proposalReview->imageShown();
 
     if (QListWidgetItem* item = imageList->item(row))
         imageList->scrollToItem(item);
@@ -459,6 +462,7 @@ void MainWindow::pushUndo()
     historyBeforeChange = History{undoStack, redoStack};
     pushLimited(undoStack, canvas->boxes());
     redoStack.clear();
+    proposalReview->historyPushed();
 }
 
 void MainWindow::onCanvasChangeCancelled()
@@ -468,6 +472,7 @@ void MainWindow::onCanvasChangeCancelled()
     undoStack = historyBeforeChange->undo;
     redoStack = historyBeforeChange->redo;
     historyBeforeChange.reset();
+    proposalReview->historyCancelled();
 }
 
 void MainWindow::onCanvasBoxesChanged()
@@ -504,6 +509,7 @@ void MainWindow::onUndo()
         return;
     pushLimited(redoStack, canvas->boxes());
     restoreSnapshot(undoStack.takeLast());
+    proposalReview->stepBack();
 }
 
 void MainWindow::onRedo()
@@ -512,6 +518,7 @@ void MainWindow::onRedo()
         return;
     pushLimited(undoStack, canvas->boxes());
     restoreSnapshot(redoStack.takeLast());
+    proposalReview->stepForward();
 }
 
 void MainWindow::onAnnotationDeleteRequested(int index)

@@ -4,6 +4,7 @@
 #include <QFileInfo>
 #include <QSet>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -14,7 +15,8 @@
 
 namespace {
 
-unsigned s_counter = 0;
+// Temporary names stay unique when files are written from more than one thread.
+std::atomic<unsigned> s_counter{0};
 
 QByteArray native(const QString& path)
 {

@@ -9,6 +9,7 @@
 
 #include "app/mainwindow.h"
 #include "app/sessiontestutil.h"
+#include "model/proposals.h"
 #include "model/vocxml.h"
 #include "support/fulldisk.h"
 #include "support/scriptedprompts.h"
@@ -108,6 +109,55 @@ private Q_SLOTS:
         if (outside)
             QVERIFY2(prompts.last().text.contains("which lies outside " + w.annotationsFolder),
                      qPrintable(prompts.last().text));
+    }
+
+    void proposalSidecarWritesAreChecked_data()
+    {
+        QTest::addColumn<QString>("sidecar");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("full disk") << "file" << "File too large";
+        QTest::newRow("link leading outside") << "link" << "which lies outside";
+        QTest::newRow("FIFO") << "fifo" << "It is not a regular file.";
+    }
+
+    // Proposals kept beside the annotations follow the same rules as the annotations.
+    void proposalSidecarWritesAreChecked()
+    {
+        QFETCH(QString, sidecar);
+        QFETCH(QString, reason);
+        QTemporaryDir dir;
+        const QString annotations = dir.filePath("annotations");
+        const QString xml = annotations + "/a.xml";
+        const QString path = Proposals::sidecarPath(xml);
+        const QString outside = dir.filePath("other.json");
+        Proposal old;
+        old.shape = box("old", 1, 1, 4, 4);
+        const QByteArray oldBytes = Proposals::toJson("a.png", {old});
+        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
+        if (sidecar == "fifo")
+            QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        else
+            QVERIFY(writeBytes(sidecar == "link" ? outside : path, oldBytes));
+        if (sidecar == "link")
+            QVERIFY(QFile::link(outside, path));
+
+        const auto body = [&] {
+            ProposalStore store;
+            store.open(annotations);
+            const QByteArray read = QByteArray::number(store.proposalsFor(xml).size());
+            Proposal p;
+            p.shape = box("new", 2, 2, 6, 5);
+            store.set(xml, "a.png", {p});
+            store.flush();
+            return read + "\n" + store.takeFailures().join("|").toUtf8();
+        };
+        const QString seen = QString::fromUtf8(sidecar == "file" ? inChildWithFullDisk(body) : body());
+        QCOMPARE(seen.section('\n', 0, 0), sidecar == "fifo" ? "0" : "1");
+        QVERIFY2(seen.section('\n', 1).startsWith(path + "\n") && seen.contains(reason), qPrintable(seen));
+        if (sidecar != "fifo")
+            QCOMPARE(readBytes(sidecar == "link" ? outside : path), oldBytes);
+        QCOMPARE(QFileInfo(path).isSymLink(), sidecar == "link");
+        QCOMPARE(QDir(QFileInfo(path).path()).entryList(QDir::Files | QDir::System).size(), 1);
     }
 
     void specialFilesAreRefused_data()
