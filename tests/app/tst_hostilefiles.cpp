@@ -58,14 +58,22 @@ private Q_SLOTS:
         prompts.chooseAnswers << -1 << 0; // first Cancel, then "Quit without saving"
         MainWindow w;
         QVERIFY(w.openDataset(dir.path()));
+        QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
+        const QString colours = dir.filePath("annotations/label_colors.json");
+        const QByteArray oldColours = readBytes(colours);
         const QStringList seen = QString::fromUtf8(inChildWithFullDisk([&] {
             editShapes(w, {box("ours", 1, 1, 4, 4), box("new", 2, 2, 6, 5)});
             QStringList out{prompts.last().text, status(w), w.images[0].dirty ? "dirty" : "clean"};
             out << (w.close() ? "closed" : "open") << prompts.last().text;
             out << (w.close() ? "closed" : "open");
+            w.saveLabelConfig();
+            out << note(w);
             return out.join("\n--\n").toUtf8();
         }, 16)).split("\n--\n");
-        QCOMPARE(seen.size(), 6);
+        QCOMPARE(seen.size(), 7);
+        QVERIFY2(seen[6].contains("Could not write label_colors.json: File too large"), qPrintable(seen[6]));
+        QCOMPARE(readBytes(colours), oldColours);
+        QVERIFY(oldColours.contains("\"ours\""));
         QCOMPARE(seen[0], "Could not write:\n" + w.images[0].xmlPath + "\nFile too large");
         QCOMPARE(seen[1], imageStatus(1, 1, "a.png", 8, 6, 2).replace("- saved", "- NOT saved"));
         QCOMPARE(seen[2], QStringLiteral("dirty"));

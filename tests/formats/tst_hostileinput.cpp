@@ -43,6 +43,7 @@ private Q_SLOTS:
             QTest::newRow(writer) << writer << "out.file";
         QTest::newRow("YOLO") << "YOLO" << "classes.txt";
         QTest::newRow("YOLO pose") << "YOLO pose" << "labels/img.txt";
+        QTest::newRow("DOTA") << "DOTA" << "img.txt";
     }
 
     // Before: the file was cut to what fitted and the write reported success.
@@ -80,6 +81,8 @@ private Q_SLOTS:
                 r = ExportImport::exportObjectNames(labels, path);
             else if (writer == "collage")
                 r = ExportImport::exportCollage(images, {}, 1, false, path, {});
+            else if (writer == "DOTA")
+                r = ExportImport::exportDota(images, dir.path());
             else if (writer == "YOLO")
                 r = ExportImport::exportYolo(images, labels, dir.path());
             else
