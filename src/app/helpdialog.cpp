@@ -148,8 +148,9 @@ and whether to pick them at random or from the top of the list, then where to sa
 Each image is cropped to the area of its shapes with some padding, enlarged or reduced to fit
 a 1280 x 1024 cell, and drawn with its boxes and labels; the cells are laid out in a grid on a
 dark background. You can cancel while the images are processed, and then no file is written.
-An image that cannot be read leaves its cell empty. A collage too large to build in memory
-(several hundred images) is refused with the largest number of images that fits.</td></tr>
+An image that cannot be read leaves its cell empty. A collage larger than your computer's free
+memory (1000 images take some 4 GB) is refused with the largest number of images that fits;
+a collage of several hundred images takes a minute or more to write.</td></tr>
 </table>
 <p>Imports match files to images by file name without extension, add the boxes to those
 images, and add new label names to the label list. Imported shapes are kept in memory and are
