@@ -296,8 +296,9 @@ ExportImportResult exportCollage(const QList<ImageAnnotations>& images,
             return {false, QStringLiteral("Export cancelled by user."), placed};
     }
     painter.end();
-    if (progress && !progress(-1, n))
-        return {false, QStringLiteral("Export cancelled by user."), placed};
+    // Past the last image there is nothing left to cancel: the answer is not looked at.
+    if (progress)
+        progress(-1, n);
 
     // Written beside the target and renamed over it, so that a failed write leaves no
     // partial PNG and an existing file stays as it was.
