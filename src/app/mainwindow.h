@@ -11,6 +11,7 @@
 class AnnotationsPanel;
 class ImageCanvas;
 class ImageListWidget;
+class ProposalReview;
 class QComboBox;
 class QLabel;
 class QToolButton;
@@ -23,7 +24,8 @@ class QToolButton;
 // mainwindow_keys.cpp (keyboard and window events), mainwindow_labels.cpp (label list,
 // combos), mainwindow_labelops.cpp (label changes across the dataset),
 // mainwindow_exportimport.cpp, mainwindow_tools.cpp (split, conversions, collage),
-// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos).
+// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos),
+// mainwindow_prelabel.cpp (YOLO over the dataset; the review is ProposalReview's).
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -70,6 +72,7 @@ public:
     QComboBox* createCombo = nullptr;
     ImageCanvas* canvas = nullptr;
     QLabel* statusLabel = nullptr;
+    ProposalReview* proposalReview = nullptr;
 
     // Dataset session state.
     QString imagesFolder;
@@ -113,6 +116,7 @@ private Q_SLOTS:
     void onExtractVideoFrames();
     void onYoloInference();
     void onYoloAnnotateVideo();
+    void onPrelabel();
     void onConvertBBoxesToKeyPoints();
     void onConvertKeyPointsToBBoxes();
     void onExportYoloPose();
