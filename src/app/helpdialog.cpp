@@ -170,8 +170,9 @@ and whether to pick them at random or from the top of the list, then where to sa
 Each image is cropped to the area of its shapes with some padding, enlarged or reduced to fit
 a 1280 x 1024 cell, and drawn with its boxes and labels; the cells are laid out in a grid on a
 dark background. You can cancel while the images are processed, and then no file is written.
-An image that cannot be read leaves its cell empty. A collage too large to build in memory
-(several hundred images) is refused with the largest number of images that fits.</td></tr>
+An image that cannot be read leaves its cell empty. A collage larger than your computer's free
+memory (1000 images take some 4 GB) is refused with the largest number of images that fits;
+a collage of several hundred images takes a minute or more to write.</td></tr>
 </table>
 <p>Imports match files to images by file name without extension, add the boxes to those
 images, and add new label names to the label list. Imported shapes are kept in memory and are
@@ -215,7 +216,8 @@ is the rest) and an output folder, shuffles the images at random and copies them
 with their XML files, into <code>Train/images</code>, <code>Train/annotations</code>,
 <code>Test/images</code> and <code>Test/annotations</code> there. Train gets at least one image.
 Files of the same name are replaced; other files in those folders stay. Only what is saved on
-disk is copied: an image without an XML file is copied alone.</td></tr>
+disk is copied: an image without an XML file is copied alone. A long split shows its progress
+with a Cancel button; files copied before you cancel stay.</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>Convert BBoxes to Key Points</b></td><td>After a confirmation, writes for
 every image that has an XML file a file with a keypoint at the centre of each of its bounding
 boxes, with the box's label, into a <code>key_points</code> folder next to your annotations
@@ -225,7 +227,8 @@ it), then writes a box of twice that size centred on every keypoint, kept inside
 its size is known, into a <code>bounding_boxes</code> folder next to your annotations
 folder.</td></tr>
 </table>
-<p>Your own annotations folder is never changed by the split or the conversions. Both conversions
+<p>Your own annotations folder is never changed by the split or the conversions (a conversion whose
+output folder would be your annotations folder itself refuses to run). Both conversions
 show their progress with a Cancel button (files written before you cancel stay) and end with a
 summary of the images processed and skipped; running one again replaces the files of the same
 images. If some files cannot be written or copied, the summary says how many; the rest of the

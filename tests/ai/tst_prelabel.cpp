@@ -120,16 +120,16 @@ struct Helper {
     }
 };
 
-// Runs yolo_prelabel.py on images i0, i1 ... made from `specs` ("-" = not an image, "!" = no file).
-Helper runHelper(const Sandbox& box, const QByteArray& modelText, const QStringList& specs, const QStringList& extra = {})
+// Runs yolo_prelabel.py on images i0, i1 ... made from `kinds` ("-" = not an image, "!" = no file).
+Helper runHelper(const Sandbox& box, const QByteArray& modelText, const QStringList& kinds, const QStringList& extra = {})
 {
     QStringList list;
-    for (int i = 0; i < specs.size(); ++i) {
-        const QString path = box.path(QString("i%1.%2").arg(i).arg(specs[i] == "e" ? "jpg" : "png"));
-        if (specs[i] == "-")
+    for (int i = 0; i < kinds.size(); ++i) {
+        const QString path = box.path(QString("i%1.%2").arg(i).arg(kinds[i] == "e" ? "jpg" : "png"));
+        if (kinds[i] == "-")
             writeFile(path, "not an image");
-        else if (specs[i] != "!")
-            makeImage(path, specs[i]);
+        else if (kinds[i] != "!")
+            makeImage(path, kinds[i]);
         list << path;
     }
     writeFile(box.path("list.txt"), list.join('\n').toUtf8());
@@ -160,12 +160,12 @@ QStringList results(const Helper& run)
 // place, and the window on it.
 struct Dataset : Sandbox {
     QString images = path("images"), annotations = path("images/annotations");
-    Dataset(const QStringList& specs, const QString& task = "detect")
+    Dataset(const QStringList& kinds, const QString& task = "detect")
     {
         link("python", "/usr/bin/python3");
         placeScript("yolo_prelabel.py");
         QDir().mkpath(annotations);
-        for (const QString& s : specs)
+        for (const QString& s : kinds)
             makeImage(images + '/' + s.section(':', 0, 0) + ".png", s.section(':', 1));
         writeFile(path("m.pt"), modelJson(task));
     }

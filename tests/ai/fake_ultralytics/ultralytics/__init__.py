@@ -33,18 +33,18 @@ def group(name, n, **fields):
 
 
 class Results:
-    def __init__(self, image, rows, names, spec):
+    def __init__(self, image, rows, names, model_cfg):
         self.orig_img, self.names, n = image, names, len(rows)
         self.boxes = group("Boxes", n, xyxy=tensor([r[:4] for r in rows], (-1, 4)), cls=tensor(
             [r[4] for r in rows], (-1,)), conf=tensor([r[5] for r in rows], (-1,)))
         self.keypoints = self.masks = self.obb = None
-        if spec["task"] == "pose":
+        if model_cfg["task"] == "pose":
             corners = [[(r[0], r[1]), (r[2], r[1]), (r[2], r[3]), (r[0], r[3])] for r in rows]
-            kconf = spec.get("kconf", [1.0] * 4)
+            kconf = model_cfg.get("kconf", [1.0] * 4)
             self.keypoints = group("Keypoints", n, xy=tensor(corners, (-1, 4, 2)), conf=tensor([kconf] * n, (-1, 4)))
-        if spec["task"] == "segment":
+        if model_cfg["task"] == "segment":
             self.masks = group("Masks", n, xy=[np.concatenate(r[6]).reshape(-1, 2).astype(np.float32) for r in rows])
-        if spec["task"] == "obb":
+        if model_cfg["task"] == "obb":
             corners = []
             for r in rows:  # the real package's xywhr -> xyxyxyxy
                 (cx, cy), (w, h), a = cv2.minAreaRect(r[6][0])
@@ -75,12 +75,12 @@ if os.environ.get("FAKE_YOLO_STATS"):
 class YOLO:
     def __init__(self, path):
         with open(path) as f:  # a missing file raises FileNotFoundError as the real one does
-            self.spec = json.load(f)
-        self.spec.setdefault("task", "pose" if self.spec.get("keypoints") else "detect")
-        self.classes, self.task, self.delay = self.spec["classes"], self.spec["task"], self.spec.get("delay", 0)
+            self.model_cfg = json.load(f)
+        self.model_cfg.setdefault("task", "pose" if self.model_cfg.get("keypoints") else "detect")
+        self.classes, self.task, self.delay = self.model_cfg["classes"], self.model_cfg["task"], self.model_cfg.get("delay", 0)
         self.names = {i: c["name"] for i, c in enumerate(self.classes)}
-        if "kpt_names" in self.spec:
-            self.kpt_names = {0: self.spec["kpt_names"]}
+        if "kpt_names" in self.model_cfg:
+            self.kpt_names = {0: self.model_cfg["kpt_names"]}
 
     def __call__(self, images, conf=0.25, verbose=True, max_det=300, **_):
         time.sleep(self.delay)
@@ -93,7 +93,7 @@ class YOLO:
     def one(self, image, conf, max_det):
         def region(bgr):
             return cv2.inRange(image, np.clip(np.array(bgr) - 60, 0, 255), np.clip(np.array(bgr) + 60, 0, 255))
-        if "fail_bgr" in self.spec and cv2.countNonZero(region(self.spec["fail_bgr"])):
+        if "fail_bgr" in self.model_cfg and cv2.countNonZero(region(self.model_cfg["fail_bgr"])):
             raise RuntimeError("CUDA error: an illegal memory access was encountered")
         rows = []
         for i, c in enumerate(self.classes):
@@ -104,6 +104,6 @@ class YOLO:
                 rings = cv2.findContours(mask, cv2.RETR_LIST, cv2.CHAIN_APPROX_NONE)[-2]
                 rows.append((x, y, x + w, y + h, i, c["conf"], sorted(rings, key=len, reverse=True)))
         rows.sort(key=lambda r: -r[5])
-        return Results(image, rows[:max_det], self.names, self.spec)
+        return Results(image, rows[:max_det], self.names, self.model_cfg)
 
     predict = __call__
