@@ -1,6 +1,8 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QLineEdit>
+#include <QListWidget>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -8,6 +10,7 @@
 #include <unistd.h>
 
 #include "app/mainwindow.h"
+#include "labels/labelsdialog.h"
 #include "app/sessiontestutil.h"
 #include "model/proposals.h"
 #include "model/vocxml.h"
@@ -255,6 +258,29 @@ private Q_SLOTS:
             act("draw");
             QCOMPARE(readBytes(xml + ".theirs"), VocXml::toXml(other, "x"));
         }
+    }
+
+    void typedNamesAreOneLine_data()
+    {
+        QTest::addColumn<bool>("inPlace");
+        QTest::newRow("added") << false;
+        QTest::newRow("renamed in place") << true;
+    }
+
+    // Pasting text with a line break into a name gave a label that split classes.txt.
+    void typedNamesAreOneLine()
+    {
+        QFETCH(bool, inPlace);
+        LabelsDialog d({{"object", Qt::cyan}});
+        QLineEdit* edit = inPlace ? new QLineEdit(&d) : d.nameEdit();
+        edit->setText(QString("a\nb\tc") + QChar(0x2028) + "d");
+        if (inPlace) {
+            QAbstractItemModel* model = d.listWidget()->model();
+            d.listWidget()->itemDelegate()->setModelData(edit, model, model->index(0, 0));
+        } else {
+            d.onAddLabel();
+        }
+        QCOMPARE(d.result().last().name, QStringLiteral("a b c d"));
     }
 
     void largePhotosOpenBombsDoNot_data()
