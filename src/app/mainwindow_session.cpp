@@ -316,6 +316,8 @@ void MainWindow::noteLoadProblem(const ImageAnnotations& record, const QString& 
 
 void MainWindow::reportSaveError(const QString& xmlPath, const QString& reason)
 {
+    // The status line says "NOT saved" while the box is up, not after it.
+    updateStatusLabel();
     UserPrompts::current().warning(this, QStringLiteral("Save error"),
                                    QStringLiteral("Could not write:\n%1\n%2").arg(xmlPath, reason));
 }
