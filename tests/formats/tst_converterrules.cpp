@@ -26,8 +26,7 @@ QByteArray encoded(int w, int h, const char* format)
 QByteArray jpegWithOrientation(int orientation)
 {
     QByteArray jpeg = encoded(40, 24, "JPG");
-    const QByteArray payload = BYTES("Exif\0\0MM\0\x2A\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0") + char(orientation)
-        + QByteArray(6, '\0');
+    const QByteArray payload = BYTES("Exif\0\0MM\0\x2A\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0") + char(orientation) + QByteArray(6, '\0');
     jpeg.insert(2, BYTES("\xFF\xE1\0") + char(payload.size() + 2) + payload); // right after SOI
     return jpeg;
 }
@@ -102,61 +101,48 @@ private Q_SLOTS:
         QCOMPARE(QList<QPoint>({r.topLeft(), r.bottomRight()}), QList<QPoint>({expected.topLeft(), expected.bottomRight()}));
     }
 
-    void intConversions_data()
-    {
-        QTest::addColumn<double>("value");
-        QTest::addColumn<int>("rounded");
-        QTest::addColumn<int>("truncated");
-        QTest::newRow("2.5") << 2.5 << 3 << 2;
-        QTest::newRow("-2.5") << -2.5 << -3 << -2;
-        QTest::newRow("-0.7") << -0.7 << -1 << 0;
-        QTest::newRow("nan") << std::nan("") << 0 << 0;
-        QTest::newRow("inf") << HUGE_VAL << 0 << 0;
-        QTest::newRow("-inf") << -HUGE_VAL << 0 << 0;
-        QTest::newRow("1e308") << 1e308 << INT_MAX << INT_MAX;
-        QTest::newRow("-1e308") << -1e308 << INT_MIN << INT_MIN;
-        QTest::newRow("just above int") << 2147483647.9 << INT_MAX << INT_MAX;
-        QTest::newRow("int min") << -2147483648.0 << INT_MIN << INT_MIN;
-        QTest::newRow("below int min") << -2147483649.5 << INT_MIN << INT_MIN;
-    }
-
-    void intConversions()
-    {
-        QFETCH(double, value);
-        QFETCH(int, rounded);
-        QFETCH(int, truncated);
-        QCOMPARE(toIntSafe(value), rounded);
-        QCOMPARE(truncSafe(value), truncated);
-    }
-
-    void parsing_data()
+    void numbers_data()
     {
         QTest::addColumn<QString>("text");
-        QTest::addColumn<double>("number");
-        QTest::addColumn<int>("integer");
-        QTest::newRow("int") << "42" << 42.0 << 42;
-        QTest::newRow("negative") << "-3" << -3.0 << -3;
-        QTest::newRow("decimal") << "0.25" << 0.25 << 0;
-        QTest::newRow("exponent") << "1e3" << 1000.0 << 0;
-        QTest::newRow("1e308") << "1e308" << 1e308 << 0;
-        QTest::newRow("too large for double") << "1e400" << 0.0 << 0;
-        QTest::newRow("nan") << "nan" << 0.0 << 0;
-        QTest::newRow("inf") << "inf" << 0.0 << 0;
-        QTest::newRow("-inf") << "-inf" << 0.0 << 0;
-        QTest::newRow("word") << "car" << 0.0 << 0;
-        QTest::newRow("comma decimal") << "0,5" << 0.0 << 0;
-        QTest::newRow("beyond int") << "2147483648" << 2147483648.0 << 0;
-        QTest::newRow("int max") << "2147483647" << 2147483647.0 << INT_MAX;
-        QTest::newRow("empty") << "" << 0.0 << 0;
+        QTest::addColumn<double>("number");  // parseNumber
+        QTest::addColumn<int>("integer");    // parseInt
+        QTest::addColumn<int>("rounded");    // toIntSafe(number)
+        QTest::addColumn<int>("truncated");  // truncSafe(number)
+        QTest::newRow("int") << "42" << 42.0 << 42 << 42 << 42;
+        QTest::newRow("negative") << "-3" << -3.0 << -3 << -3 << -3;
+        QTest::newRow("2.5") << "2.5" << 2.5 << 0 << 3 << 2;
+        QTest::newRow("-2.5") << "-2.5" << -2.5 << 0 << -3 << -2;
+        QTest::newRow("-0.7") << "-0.7" << -0.7 << 0 << -1 << 0;
+        QTest::newRow("exponent") << "1e3" << 1000.0 << 0 << 1000 << 1000;
+        QTest::newRow("1e308") << "1e308" << 1e308 << 0 << INT_MAX << INT_MAX;
+        QTest::newRow("-1e308") << "-1e308" << -1e308 << 0 << INT_MIN << INT_MIN;
+        QTest::newRow("just above int") << "2147483647.9" << 2147483647.9 << 0 << INT_MAX << INT_MAX;
+        QTest::newRow("int max") << "2147483647" << 2147483647.0 << INT_MAX << INT_MAX << INT_MAX;
+        QTest::newRow("beyond int") << "2147483648" << 2147483648.0 << 0 << INT_MAX << INT_MAX;
+        QTest::newRow("int min") << "-2147483648" << -2147483648.0 << INT_MIN << INT_MIN << INT_MIN;
+        QTest::newRow("below int min") << "-2147483649.5" << -2147483649.5 << 0 << INT_MIN << INT_MIN;
+        QTest::newRow("too large for double") << "1e400" << 0.0 << 0 << 0 << 0;
+        QTest::newRow("nan") << "nan" << 0.0 << 0 << 0 << 0;
+        QTest::newRow("inf") << "inf" << 0.0 << 0 << 0 << 0;
+        QTest::newRow("-inf") << "-inf" << 0.0 << 0 << 0 << 0;
+        QTest::newRow("word") << "car" << 0.0 << 0 << 0 << 0;
+        QTest::newRow("comma decimal") << "0,5" << 0.0 << 0 << 0 << 0;
+        QTest::newRow("empty") << "" << 0.0 << 0 << 0 << 0;
     }
 
-    void parsing()
+    void numbers()
     {
         QFETCH(QString, text);
         QFETCH(double, number);
         QFETCH(int, integer);
+        QFETCH(int, rounded);
+        QFETCH(int, truncated);
         QCOMPARE(parseNumber(text), number);
         QCOMPARE(parseInt(text), integer);
+        QCOMPARE(toIntSafe(number), rounded);
+        QCOMPARE(truncSafe(number), truncated);
+        for (double notFinite : {std::nan(""), HUGE_VAL, -HUGE_VAL})
+            QVERIFY(toIntSafe(notFinite) == 0 && truncSafe(notFinite) == 0);
     }
 
     void readLines()

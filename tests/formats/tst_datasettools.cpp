@@ -153,21 +153,16 @@ private Q_SLOTS:
         QTest::addColumn<QRect>("drawn");
         QTest::addColumn<double>("edge"); // where 200 black columns end in the collage; 0: none
         // Crops that are the whole image: scaled to fit the cell and centred in it.
-        QTest::newRow("640x512 fills the cell") << QSize(640, 512) << box("a", 0, 0, 639, 511)
-                                                << QRect(8, 8, 1280, 1024) << 0.0;
-        QTest::newRow("200x400 centred") << QSize(200, 400) << box("a", 0, 0, 199, 399)
-                                         << QRect(8 + 384, 8, 512, 1024) << 0.0;
+        QTest::newRow("640x512 fills the cell") << QSize(640, 512) << box("a", 0, 0, 639, 511) << QRect(8, 8, 1280, 1024) << 0.0;
+        QTest::newRow("200x400 centred") << QSize(200, 400) << box("a", 0, 0, 199, 399) << QRect(8 + 384, 8, 512, 1024) << 0.0;
         // Read by the JPEG decoder at half size, the crop (1, 0, 2601, 2080) starting inside a
         // half-size pixel: the picture lies where a full decode puts it.
-        QTest::newRow("large JPEG, crop off the half-size grid")
-            << QSize(2602, 2080) << box("a", 340, 10, 2601, 2070) << QRect(8, 8, 1280, 1023)
+        QTest::newRow("large JPEG, crop off the half-size grid") << QSize(2602, 2080) << box("a", 340, 10, 2601, 2070) << QRect(8, 8, 1280, 1023)
             << 8 + 199 * 1280 / 2601.0;
         // An area 40 wide gets the minimum padding of 10 (crop 60 x 1040); one 200 wide
         // gets 30 (crop 260 x 1040).
-        QTest::newRow("padding 10") << QSize(2000, 2000) << box("a", 500, 500, 540, 1300)
-                                    << QRect(8 + 610, 8, 59, 1024) << 0.0;
-        QTest::newRow("padding 30") << QSize(2000, 2000) << box("a", 500, 500, 700, 1300)
-                                    << QRect(8 + 512, 8, 256, 1024) << 0.0;
+        QTest::newRow("padding 10") << QSize(2000, 2000) << box("a", 500, 500, 540, 1300) << QRect(8 + 610, 8, 59, 1024) << 0.0;
+        QTest::newRow("padding 30") << QSize(2000, 2000) << box("a", 500, 500, 700, 1300) << QRect(8 + 512, 8, 256, 1024) << 0.0;
     }
 
     void collageCellPlacement()
@@ -239,8 +234,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message"); // how the message starts
         QTest::addColumn<int>("images");
         QTest::newRow("cancel after the first image") << 1 << "out.png" << "Export cancelled by user." << 2;
-        QTest::newRow("folder missing") << 0 << "no/such/out.png"
-                                        << "Could not save collage to:\n%1/no/such/out.png" << 2;
+        QTest::newRow("folder missing") << 0 << "no/such/out.png" << "Could not save collage to:\n%1/no/such/out.png" << 2;
         QTest::newRow("canvas too large") << 0 << "out.png" << "A collage of 40000 images would be 257608 x 206408 pixels "
                                           "(152127 MB), more than can be built in memory.\n\nChoose at most " << 40000;
     }

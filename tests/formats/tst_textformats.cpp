@@ -425,52 +425,6 @@ private Q_SLOTS:
             QCOMPARE(labels[i].color, twelve[i % 12]);
     }
 
-    void roundTrip_data()
-    {
-        QTest::addColumn<QString>("format");
-        for (const char* format : {"yolo", "dota", "csv", "names"})
-            QTest::newRow(format) << QString(format);
-    }
-
-    // What the export writes, the import reads back as it was, and exported again gives the same bytes.
-    void roundTrip()
-    {
-        QFETCH(QString, format);
-        const Images images{image("/a/one.jpg", 1000, 1000, {box("car", 0, 0, 99, 199), box("bus", 500, 250, 749, 999), box("object", 10, 20, 29, 59)}),
-                            image("/a/two.png", 640, 480, {box("véhicule", 240, 180, 399, 299)}), image("/a/three.png", 800, 600, {box("bus", 0, 0, 799, 599)}),
-                            image("/a/none.png", 10, 10)};
-        const QList<LabelDef> labels = labelList({"object", "car", "bus", "véhicule"});
-        QTemporaryDir dir;
-        QList<QStringList> written;
-        Images back = images;
-        QList<LabelDef> backLabels = format == "yolo" ? labels : QList<LabelDef>();
-        for (int pass = 0; pass < 2; ++pass) {
-            const QString out = dir.filePath(QString::number(pass));
-            const ExportImportResult r = format == "yolo" ? exportYolo(back, backLabels, out)
-                                         : format == "dota" ? exportDota(back, out)
-                                         : format == "csv"  ? exportCsv(back, out)
-                                                            : exportObjectNames(backLabels.isEmpty() ? labels : backLabels, out);
-            QVERIFY(r.ok);
-            QStringList files = QFileInfo(out).isDir() ? filesUnder(out) : QStringList{QString()};
-            for (QString& f : files)
-                f += ": " + readAll(out + (f.isEmpty() ? "" : "/") + f);
-            written << files;
-            for (ImageAnnotations& img : back)
-                img.boxes.clear();
-            if (format == "names")
-                backLabels.clear();
-            const ExportImportResult in = format == "yolo" ? importYolo(back, backLabels, out)
-                                          : format == "dota" ? importDota(back, backLabels, out)
-                                          : format == "csv"  ? importCsv(back, backLabels, out)
-                                                             : importObjectNames(backLabels, out);
-            QVERIFY(in.ok);
-            if (format == "names")
-                QCOMPARE(labelNames(backLabels), labelNames(labels));
-            else
-                QCOMPARE(describe(back), describe(images));
-        }
-        QCOMPARE(written[1], written[0]);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestTextFormats)
