@@ -1,5 +1,8 @@
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -139,6 +142,41 @@ private Q_SLOTS:
         QCOMPARE(labelNames(labels), QStringList{source == "coco" ? "a  b" : "a b"});
         QVERIFY(ExportImport::exportObjectNames(labels, dir.filePath("out.txt")).ok);
         QCOMPARE(readAll(dir.filePath("out.txt")).count('\n'), 1);
+    }
+
+    void dataYamlNames_data()
+    {
+        QTest::addColumn<QStringList>("names");
+        QTest::addColumn<QString>("written");
+        QTest::newRow("names YAML would misread")
+            << QStringList{"no", "On", "null", "#1", "sign: stop", " lead", "trail ", "3d", "say \"hi\\"}
+            << QStringLiteral("  - \"no\"\n  - \"On\"\n  - \"null\"\n  - \"#1\"\n  - \"sign: stop\"\n"
+                              "  - \" lead\"\n  - \"trail \"\n  - \"3d\"\n  - \"say \\\"hi\\\\\"\n");
+        QTest::newRow("plain names") << QStringList{"traffic light", "car_2", "Straße", "x-ray (old)"}
+                                     << QStringLiteral("  - traffic light\n  - car_2\n  - Straße\n  - x-ray (old)\n");
+    }
+
+    // Before: a name such as "download: ..." became a key of its own, one the trainer runs.
+    void dataYamlNames()
+    {
+        QFETCH(QStringList, names);
+        QFETCH(QString, written);
+        QTemporaryDir dir;
+        QVERIFY(ExportImport::exportYoloPose({}, {}, names, dir.path()).ok);
+        const QString yaml = dir.filePath("data.yaml");
+        QVERIFY(QString::fromUtf8(readAll(yaml)).endsWith("\nnames:\n" + written));
+        // The trainer's YAML reader gets the names back as written.
+        QProcess python;
+        python.start("/usr/bin/python3", {"-c", "import json, sys, yaml; "
+                                                "print(json.dumps(yaml.safe_load(open(sys.argv[1], encoding='utf-8'))['names']))",
+                                          yaml});
+        QVERIFY(python.waitForFinished(20000));
+        if (python.exitCode() != 0)
+            QSKIP("no Python with the yaml module");
+        QStringList read;
+        for (const QJsonValue& v : QJsonDocument::fromJson(python.readAllStandardOutput()).array())
+            read << v.toString();
+        QCOMPARE(read, names);
     }
 };
 
