@@ -32,11 +32,9 @@ private Q_SLOTS:
 
     void drawByDragging_data()
     {
-        QTest::addColumn<ShapeType>("kind");
-        QTest::addColumn<QPointF>("from");
-        QTest::addColumn<QPointF>("to"); // image position, may lie beyond the image
-        QTest::addColumn<Points>("points");
-        QTest::addColumn<QString>("live"); // the last report during the drag ("": unchecked)
+        // to: image position, may lie beyond the image
+        // live: the last report during the drag ("": unchecked)
+        columns<ShapeType, QPointF, QPointF, Points, QString>("kind", "from", "to", "points", "live");
         const ShapeType B = ShapeType::BoundingBox, R = ShapeType::RotatedBox,
                         E = ShapeType::Ellipse, L = ShapeType::Line;
         QTest::newRow("box") << B << QPointF(10, 10) << QPointF(60, 40) << Points{{10, 10}, {60, 40}} << "coords(10,10,59,39)";
@@ -56,11 +54,7 @@ private Q_SLOTS:
     }
     void drawByDragging()
     {
-        QFETCH(ShapeType, kind);
-        QFETCH(QPointF, from);
-        QFETCH(QPointF, to);
-        QFETCH(Points, points);
-        QFETCH(QString, live);
+        auto [kind, from, to, points, live] = row<ShapeType, QPointF, QPointF, Points, QString>("kind", "from", "to", "points", "live");
         const BoxAnnotation existing = box("dog", 300, 150, 350, 190);
         QVERIFY(start({existing}));
         c->setCurrentShape(kind);
@@ -84,10 +78,7 @@ private Q_SLOTS:
 
     void minimumSizes_data()
     {
-        QTest::addColumn<ShapeType>("kind");
-        QTest::addColumn<QPointF>("from");
-        QTest::addColumn<QPointF>("to");
-        QTest::addColumn<bool>("kept");
+        columns<ShapeType, QPointF, QPointF, bool>("kind", "from", "to", "kept");
         // At scale 10 tenths of a pixel can be dragged.
         const ShapeType B = ShapeType::BoundingBox, R = ShapeType::RotatedBox,
                         E = ShapeType::Ellipse, L = ShapeType::Line;
@@ -111,10 +102,7 @@ private Q_SLOTS:
     }
     void minimumSizes()
     {
-        QFETCH(ShapeType, kind);
-        QFETCH(QPointF, from);
-        QFETCH(QPointF, to);
-        QFETCH(bool, kept);
+        auto [kind, from, to, kept] = row<ShapeType, QPointF, QPointF, bool>("kind", "from", "to", "kept");
         QVERIFY(d->show(QSize(800, 600), QSize(80, 50)));
         QCOMPARE(c->scale(), 10.0);
         c->setCurrentShape(kind);
@@ -161,9 +149,8 @@ private Q_SLOTS:
 
     void polygonClosing_data()
     {
-        QTest::addColumn<Points>("clicks");
-        QTest::addColumn<QString>("finish");
-        QTest::addColumn<int>("inProgress"); // points still open after the finish (-1: stored)
+        // inProgress: points still open after the finish (-1: stored)
+        columns<Points, QString, int>("clicks", "finish", "inProgress");
         const Points three{{10, 10}, {100, 20}, {50, 80}};
         const Points two{{10, 10}, {100, 20}};
         QTest::newRow("Return with 3") << three << "return" << -1;
@@ -177,9 +164,7 @@ private Q_SLOTS:
     }
     void polygonClosing()
     {
-        QFETCH(Points, clicks);
-        QFETCH(QString, finish);
-        QFETCH(int, inProgress);
+        auto [clicks, finish, inProgress] = row<Points, QString, int>("clicks", "finish", "inProgress");
         QVERIFY(start({}));
         c->setCurrentShape(ShapeType::Polygon);
         c->currentLabel = "roof";
@@ -231,14 +216,14 @@ private Q_SLOTS:
 
     void pointsInProgressDropped_data()
     {
-        QTest::addColumn<QString>("how");
+        columns<QString>("how");
         QTest::newRow("another kind") << "kind";
         QTest::newRow("another image") << "image";
         QTest::newRow("new shapes") << "boxes";
     }
     void pointsInProgressDropped()
     {
-        QFETCH(QString, how);
+        auto [how] = row<QString>("how");
         QVERIFY(start());
         c->setCurrentShape(ShapeType::Polygon);
         for (const QPointF& p : {QPointF(10, 10), QPointF(50, 10), QPointF(50, 50)})
@@ -302,10 +287,7 @@ private Q_SLOTS:
 
     void moveSelected_data()
     {
-        QTest::addColumn<BoxAnnotation>("before");
-        QTest::addColumn<QPointF>("grab");
-        QTest::addColumn<QPointF>("delta");
-        QTest::addColumn<Points>("after");
+        columns<BoxAnnotation, QPointF, QPointF, Points>("before", "grab", "delta", "after");
         const BoxAnnotation b = box("object", 10, 10, 60, 40);
         QTest::newRow("box") << b << QPointF(30, 30) << QPointF(20, 10) << Points{{30, 20}, {80, 50}};
         // Not clamped while dragging; the box is cut at the border when released.
@@ -320,10 +302,7 @@ private Q_SLOTS:
     }
     void moveSelected()
     {
-        QFETCH(BoxAnnotation, before);
-        QFETCH(QPointF, grab);
-        QFETCH(QPointF, delta);
-        QFETCH(Points, after);
+        auto [before, grab, delta, after] = row<BoxAnnotation, QPointF, QPointF, Points>("before", "grab", "delta", "after");
         QVERIFY(start({before}, true));
         d->drag(d->at(grab), d->at(grab + delta));
         COMPARE_POINTS(c->boxes().at(0).points, after);
@@ -334,12 +313,8 @@ private Q_SLOTS:
 
     void handles_data()
     {
-        QTest::addColumn<BoxAnnotation>("before");
-        QTest::addColumn<int>("handle");
-        QTest::addColumn<QPointF>("grab"); // image position of the handle
-        QTest::addColumn<QPointF>("to");
-        QTest::addColumn<Points>("after");
-        QTest::addColumn<bool>("reported");
+        // grab: image position of the handle
+        columns<BoxAnnotation, int, QPointF, QPointF, Points, bool>("before", "handle", "grab", "to", "after", "reported");
         // The box covers pixels 100..200 x 50..120: its far handles sit on 201 and 121.
         const BoxAnnotation b = box("object", 200, 120, 100, 50); // corners in either order
         const QPointF tl(100, 50), top(150.5, 50), tr(201, 50), left(100, 85.5), right(201, 85.5),
@@ -383,12 +358,7 @@ private Q_SLOTS:
     }
     void handles()
     {
-        QFETCH(BoxAnnotation, before);
-        QFETCH(int, handle);
-        QFETCH(QPointF, grab);
-        QFETCH(QPointF, to);
-        QFETCH(Points, after);
-        QFETCH(bool, reported);
+        auto [before, handle, grab, to, after, reported] = row<BoxAnnotation, int, QPointF, QPointF, Points, bool>("before", "handle", "grab", "to", "after", "reported");
         QVERIFY(start({before}, true));
         const QPoint from = d->at(grab) + QPoint(4, -3); // a hand is never exact
         QCOMPARE(c->hitTestHandle(QPointF(from), 0), handle);
@@ -405,10 +375,8 @@ private Q_SLOTS:
 
     void rotation_data()
     {
-        QTest::addColumn<ShapeType>("kind");
-        QTest::addColumn<QPointF>("direction");
-        QTest::addColumn<double>("angle");
-        QTest::addColumn<QPointF>("corner0"); // of a 100 x 50 box centred on (200, 100)
+        // corner0: of a 100 x 50 box centred on (200, 100)
+        columns<ShapeType, QPointF, double, QPointF>("kind", "direction", "angle", "corner0");
         const double h = std::sqrt(0.5);
         const struct { const char* name; QPointF direction; double angle; QPointF corner0; } compass[] = {
             {"up", {0, -60}, 0, {150, 75}}, {"right", {60, 0}, 90, {225, 50}},
@@ -421,10 +389,7 @@ private Q_SLOTS:
     }
     void rotation()
     {
-        QFETCH(ShapeType, kind);
-        QFETCH(QPointF, direction);
-        QFETCH(double, angle);
-        QFETCH(QPointF, corner0);
+        auto [kind, direction, angle, corner0] = row<ShapeType, QPointF, double, QPointF>("kind", "direction", "angle", "corner0");
         const QPointF centre(200, 100);
         const bool isBox = kind == ShapeType::RotatedBox;
         const BoxAnnotation before = isBox ? rotated(centre, 100, 50, 0) : ellipse(centre, 40, 30);
@@ -465,10 +430,7 @@ private Q_SLOTS:
 
     void nudge_data()
     {
-        QTest::addColumn<BoxAnnotation>("before");
-        QTest::addColumn<int>("key");
-        QTest::addColumn<int>("modifiers");
-        QTest::addColumn<Points>("after");
+        columns<BoxAnnotation, int, int, Points>("before", "key", "modifiers", "after");
         const BoxAnnotation b = box("object", 10, 10, 60, 40);
         QTest::newRow("Right") << b << int(Qt::Key_Right) << 0 << Points{{11, 10}, {61, 40}};
         QTest::newRow("Shift+Right") << b << int(Qt::Key_Right) << int(Qt::ShiftModifier) << Points{{20, 10}, {70, 40}};
@@ -479,10 +441,7 @@ private Q_SLOTS:
     }
     void nudge()
     {
-        QFETCH(BoxAnnotation, before);
-        QFETCH(int, key);
-        QFETCH(int, modifiers);
-        QFETCH(Points, after);
+        auto [before, key, modifiers, after] = row<BoxAnnotation, int, int, Points>("before", "key", "modifiers", "after");
         QVERIFY(start({before}, true));
         QVERIFY(d->key(key, Qt::KeyboardModifiers(modifiers)));
         COMPARE_POINTS(c->boxes().at(0).points, after);
@@ -563,9 +522,7 @@ private Q_SLOTS:
 
     void keysLeftToMainWindow_data()
     {
-        QTest::addColumn<int>("key");
-        QTest::addColumn<int>("modifiers");
-        QTest::addColumn<bool>("selected");
+        columns<int, int, bool>("key", "modifiers", "selected");
         QTest::newRow("A (previous image)") << int(Qt::Key_A) << 0 << true;
         QTest::newRow("Ctrl+A") << int(Qt::Key_A) << int(Qt::ControlModifier) << true;
         QTest::newRow("Right without a selection") << int(Qt::Key_Right) << 0 << false;
@@ -575,9 +532,7 @@ private Q_SLOTS:
     }
     void keysLeftToMainWindow()
     {
-        QFETCH(int, key);
-        QFETCH(int, modifiers);
-        QFETCH(bool, selected);
+        auto [key, modifiers, selected] = row<int, int, bool>("key", "modifiers", "selected");
         const BoxAnnotation b = box("object", 10, 10, 60, 40);
         QVERIFY(start({b}, selected));
         QVERIFY(!d->key(key, Qt::KeyboardModifiers(modifiers)));

@@ -125,14 +125,12 @@ private Q_SLOTS:
 
     void kindsInLabelColour_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
-        QTest::addColumn<QColor>("colour");
-        QTest::addColumn<Points>("outline");      // image points the outline passes through
-        QTest::addColumn<QPointF>("inside");      // image point inside the shape ...
-        QTest::addColumn<QColor>("insideColour"); // ... and its colour (invalid: not checked)
-        QTest::addColumn<QLineF>("dashed");       // a dashed or dotted line (null: none) ...
-        QTest::addColumn<QColor>("dashColour");   // ... in this colour
-        QTest::addColumn<int>("zoom");
+        // outline: image points the outline passes through
+        // inside: image point inside the shape ...
+        // insideColour: ... and its colour (invalid: not checked)
+        // dashed: a dashed or dotted line (null: none) ...
+        // dashColour: ... in this colour
+        columns<BoxAnnotation, QColor, Points, QPointF, QColor, QLineF, QColor, int>("shape", "colour", "outline", "inside", "insideColour", "dashed", "dashColour", "zoom");
         const QPointF c(500, 375);
         const BoxAnnotation poly = shape("person", ShapeType::Polygon, {{400, 300}, {620, 320}, {600, 460}, {420, 430}});
         const Points k = rotated(c, 240, 120, 30).points;
@@ -159,14 +157,7 @@ private Q_SLOTS:
     }
     void kindsInLabelColour()
     {
-        QFETCH(BoxAnnotation, shape);
-        QFETCH(QColor, colour);
-        QFETCH(Points, outline);
-        QFETCH(QPointF, inside);
-        QFETCH(QColor, insideColour);
-        QFETCH(QLineF, dashed);
-        QFETCH(QColor, dashColour);
-        QFETCH(int, zoom);
+        auto [shape, colour, outline, inside, insideColour, dashed, dashColour, zoom] = row<BoxAnnotation, QColor, Points, QPointF, QColor, QLineF, QColor, int>("shape", "colour", "outline", "inside", "insideColour", "dashed", "dashColour", "zoom");
         c->setBoxes({shape});
         wheelIn(zoom);
         const QImage img = d->shot();
@@ -188,7 +179,7 @@ private Q_SLOTS:
 
     void shapesWithTooFewPointsAreNotDrawn_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
+        columns<BoxAnnotation>("shape");
         QTest::newRow("box with one corner") << shape("car", ShapeType::BoundingBox, {{400, 300}});
         QTest::newRow("polygon with one point") << shape("car", ShapeType::Polygon, {{400, 300}});
         QTest::newRow("line with one point") << shape("car", ShapeType::Line, {{400, 300}});
@@ -201,7 +192,7 @@ private Q_SLOTS:
     }
     void shapesWithTooFewPointsAreNotDrawn()
     {
-        QFETCH(BoxAnnotation, shape);
+        auto [shape] = row<BoxAnnotation>("shape");
         const QImage empty = d->shot();
         c->setBoxes({shape});
         QCOMPARE(d->shot(), empty);
@@ -211,9 +202,7 @@ private Q_SLOTS:
 
     void keypoints_data()
     {
-        QTest::addColumn<bool>("visible");
-        QTest::addColumn<bool>("selected");
-        QTest::addColumn<int>("zoom");
+        columns<bool, bool, int>("visible", "selected", "zoom");
         for (int zoom : {0, 5})
             for (bool selected : {false, true})
                 for (bool visible : {true, false})
@@ -221,9 +210,7 @@ private Q_SLOTS:
     }
     void keypoints()
     {
-        QFETCH(bool, visible);
-        QFETCH(bool, selected);
-        QFETCH(int, zoom);
+        auto [visible, selected, zoom] = row<bool, bool, int>("visible", "selected", "zoom");
         BoxAnnotation kp = shape("dog", ShapeType::Keypoint, {{500.3, 374.6}});
         kp.visible = visible;
         c->setBoxes({kp});
@@ -263,12 +250,10 @@ private Q_SLOTS:
 
     void handlesOfSelectedShape_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
-        QTest::addColumn<QColor>("colour");
-        QTest::addColumn<Points>("handles");   // image positions, in handle order
-        QTest::addColumn<QPointF>("pivot");    // the rotation handle is drawn above this image point ...
-        QTest::addColumn<double>("distance");  // ... by this many widget pixels (pivot null: none)
-        QTest::addColumn<int>("zoom");
+        // handles: image positions, in handle order
+        // pivot: the rotation handle is drawn above this image point ...
+        // distance: ... by this many widget pixels (pivot null: none)
+        columns<BoxAnnotation, QColor, Points, QPointF, double, int>("shape", "colour", "handles", "pivot", "distance", "zoom");
         const QPointF c(500, 375);
         const BoxAnnotation turned = rotated(c, 240, 120, 30, "car");
         const BoxAnnotation poly = shape("person", ShapeType::Polygon, {{400, 300}, {620, 320}, {600, 460}, {420, 430}});
@@ -289,12 +274,7 @@ private Q_SLOTS:
     }
     void handlesOfSelectedShape()
     {
-        QFETCH(BoxAnnotation, shape);
-        QFETCH(QColor, colour);
-        QFETCH(Points, handles);
-        QFETCH(QPointF, pivot);
-        QFETCH(double, distance);
-        QFETCH(int, zoom);
+        auto [shape, colour, handles, pivot, distance, zoom] = row<BoxAnnotation, QColor, Points, QPointF, double, int>("shape", "colour", "handles", "pivot", "distance", "zoom");
         c->setBoxes({shape});
         wheelIn(zoom);
         const QImage plain = d->shot();
@@ -322,9 +302,9 @@ private Q_SLOTS:
 
     void rotationHandleOverPointHandles_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
-        QTest::addColumn<QRect>("overlap"); // widget pixels where a point handle lies under ...
-        QTest::addColumn<int>("minGreen");  // ... the rotation handle or its dotted line
+        // overlap: widget pixels where a point handle lies under ...
+        // minGreen: ... the rotation handle or its dotted line
+        columns<BoxAnnotation, QRect, int>("shape", "overlap", "minGreen");
         // Fitted, the image centre (500, 375) is widget (400, 300). A box 8 x 64 widget
         // pixels: its top corner handles reach into the knob 30 pixels above the centre.
         QTest::newRow("narrow rotated box") << rotated(QPointF(500, 375), 10, 80, 0, "car") << QRect(397, 268, 2, 2) << 4;
@@ -333,9 +313,7 @@ private Q_SLOTS:
     }
     void rotationHandleOverPointHandles()
     {
-        QFETCH(BoxAnnotation, shape);
-        QFETCH(QRect, overlap);
-        QFETCH(int, minGreen);
+        auto [shape, overlap, minGreen] = row<BoxAnnotation, QRect, int>("shape", "overlap", "minGreen");
         c->setBoxes({shape});
         c->setSelectedIndex(0);
         const QImage img = d->shot();
@@ -345,7 +323,8 @@ private Q_SLOTS:
 
     void badgesFollowSelection_data()
     {
-        QTest::addColumn<int>("selection"); // -1 none, 0 or 1 that shape, 2 all
+        // selection: -1 none, 0 or 1 that shape, 2 all
+        columns<int>("selection");
         QTest::newRow("nothing selected") << -1;
         QTest::newRow("first selected") << 0;
         QTest::newRow("second selected") << 1;
@@ -353,7 +332,7 @@ private Q_SLOTS:
     }
     void badgesFollowSelection()
     {
-        QFETCH(int, selection);
+        auto [selection] = row<int>("selection");
         const bool first = selection == 0 || selection == 2, second = selection >= 1;
         // 100 pixels of background above a 1000 x 500 image: the badge of a box at the top edge goes there.
         c->setImage(solid(QSize(1000, 500), ImageColour));
@@ -392,9 +371,8 @@ private Q_SLOTS:
 
     void pointsInProgress_data()
     {
-        QTest::addColumn<ShapeType>("kind");
-        QTest::addColumn<Points>("clicks"); // image positions
-        QTest::addColumn<int>("zoom");
+        // clicks: image positions
+        columns<ShapeType, Points, int>("kind", "clicks", "zoom");
         const Points triangle{{350, 250}, {650, 260}, {520, 480}};
         for (int zoom : {0, 5}) {
             QTest::addRow("polygon, two points, zoom %d", zoom) << ShapeType::Polygon << triangle.mid(0, 2) << zoom;
@@ -404,9 +382,7 @@ private Q_SLOTS:
     }
     void pointsInProgress()
     {
-        QFETCH(ShapeType, kind);
-        QFETCH(Points, clicks);
-        QFETCH(int, zoom);
+        auto [kind, clicks, zoom] = row<ShapeType, Points, int>("kind", "clicks", "zoom");
         wheelIn(zoom);
         c->setCurrentShape(kind);
         c->currentLabel = "dog";
@@ -435,9 +411,7 @@ private Q_SLOTS:
 
     void hintLine_data()
     {
-        QTest::addColumn<QString>("state");
-        QTest::addColumn<ShapeType>("kind");
-        QTest::addColumn<QString>("text");
+        columns<QString, ShapeType, QString>("state", "kind", "text");
         const QString drag = "Click & drag to draw %1  |  Right-click drag to pan", click = "Click to draw %1  |  Right-click drag to pan";
         QTest::newRow("box") << "idle" << ShapeType::BoundingBox << drag.arg("Box");
         QTest::newRow("polygon") << "idle" << ShapeType::Polygon << click.arg("Polygon");
@@ -457,9 +431,7 @@ private Q_SLOTS:
     }
     void hintLine()
     {
-        QFETCH(QString, state);
-        QFETCH(ShapeType, kind);
-        QFETCH(QString, text);
+        auto [state, kind, text] = row<QString, ShapeType, QString>("state", "kind", "text");
         c->setBoxes({box("car", 100, 100, 200, 200)});
         c->setCurrentShape(kind);
         if (state.endsWith("points"))
@@ -484,12 +456,11 @@ private Q_SLOTS:
 
     void imageMatchesTransform_data()
     {
-        QTest::addColumn<QSize>("size");
-        QTest::addColumn<int>("block"); // pixels per coloured block
-        QTest::addColumn<int>("zoom");  // steps, negative: out
-        QTest::addColumn<QPoint>("pan");
-        QTest::addColumn<bool>("edge");       // background visible before the pan ...
-        QTest::addColumn<bool>("pannedEdge"); // ... and after it
+        // block: pixels per coloured block
+        // zoom: steps, negative: out
+        // edge: background visible before the pan ...
+        // pannedEdge: ... and after it
+        columns<QSize, int, int, QPoint, bool, bool>("size", "block", "zoom", "pan", "edge", "pannedEdge");
         QTest::newRow("enlarged, fitted") << QSize(100, 80) << 1 << 0 << QPoint() << true << true;
         QTest::newRow("enlarged, zoomed in") << QSize(100, 80) << 1 << 6 << QPoint() << false << false;
         QTest::newRow("enlarged, panned partly out of view") << QSize(100, 80) << 1 << 3 << QPoint(-250, 400) << false << true;
@@ -505,12 +476,7 @@ private Q_SLOTS:
     }
     void imageMatchesTransform()
     {
-        QFETCH(QSize, size);
-        QFETCH(int, block);
-        QFETCH(int, zoom);
-        QFETCH(QPoint, pan);
-        QFETCH(bool, edge);
-        QFETCH(bool, pannedEdge);
+        auto [size, block, zoom, pan, edge, pannedEdge] = row<QSize, int, int, QPoint, bool, bool>("size", "block", "zoom", "pan", "edge", "pannedEdge");
         // Compares the painted image with the view transform, away from block borders
         // (filtering blends neighbours there) and from the hint line and the counter.
         auto matches = [&](int seed, bool background) {

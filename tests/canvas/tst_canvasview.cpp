@@ -32,10 +32,7 @@ private Q_SLOTS:
 
     void fit_data()
     {
-        QTest::addColumn<QSize>("image");
-        QTest::addColumn<QSize>("widget");
-        QTest::addColumn<double>("scale");
-        QTest::addColumn<QPointF>("offset");
+        columns<QSize, QSize, double, QPointF>("image", "widget", "scale", "offset");
         QTest::newRow("wide image, square widget") << QSize(1000, 500) << QSize(800, 800) << 0.8 << QPointF(0, 200);
         QTest::newRow("tall image, wide widget") << QSize(500, 1000) << QSize(800, 600) << 0.6 << QPointF(250, 0);
         QTest::newRow("small image is enlarged") << QSize(200, 100) << QSize(800, 600) << 4.0 << QPointF(0, 100);
@@ -43,10 +40,7 @@ private Q_SLOTS:
     }
     void fit()
     {
-        QFETCH(QSize, image);
-        QFETCH(QSize, widget);
-        QFETCH(double, scale);
-        QFETCH(QPointF, offset);
+        auto [image, widget, scale, offset] = row<QSize, QSize, double, QPointF>("image", "widget", "scale", "offset");
         QVERIFY(d->show(widget, image));
         QCOMPARE(c->scale(), scale);
         QVERIFY(near(c->imageToWidget(QPointF(0, 0)), offset));
@@ -72,10 +66,9 @@ private Q_SLOTS:
 
     void zoomSteps_data()
     {
-        QTest::addColumn<int>("wheel"); // wheel steps first (negative: down) ...
-        QTest::addColumn<int>("ins");   // ... then zoom-in and zoom-out steps
-        QTest::addColumn<int>("outs");
-        QTest::addColumn<double>("zoom");
+        // wheel: wheel steps first (negative: down) ...
+        // ins: ... then zoom-in and zoom-out steps
+        columns<int, int, int, double>("wheel", "ins", "outs", "zoom");
         QTest::newRow("one step in") << 0 << 1 << 0 << 1.25;
         QTest::newRow("in and out again") << 0 << 3 << 3 << 1.0;
         QTest::newRow("ten steps out, above the limit") << 0 << 0 << 10 << std::pow(1.25, -10);
@@ -89,10 +82,7 @@ private Q_SLOTS:
     }
     void zoomSteps()
     {
-        QFETCH(int, wheel);
-        QFETCH(int, ins);
-        QFETCH(int, outs);
-        QFETCH(double, zoom);
+        auto [wheel, ins, outs, zoom] = row<int, int, int, double>("wheel", "ins", "outs", "zoom");
         QVERIFY(start());
         for (int i = 0; i < -wheel; ++i)
             d->wheel(QPointF(200, 300), QPoint(0, -120));
@@ -107,9 +97,8 @@ private Q_SLOTS:
 
     void zoomKeepsTargetCentred_data()
     {
-        QTest::addColumn<Boxes>("boxes");
-        QTest::addColumn<int>("selected"); // -2: select all
-        QTest::addColumn<QPointF>("target");
+        // selected: -2: select all
+        columns<Boxes, int, QPointF>("boxes", "selected", "target");
         const BoxAnnotation b = box("object", 100, 100, 200, 150); // rect 100..199 x 100..149
         const BoxAnnotation poly = shape("object", ShapeType::Polygon, {{301, 40}, {320.7, 60}, {310, 90.2}}); // 301..319 x 40..89
         QTest::newRow("no shapes: image centre") << Boxes() << -1 << QPointF(500, 250);
@@ -124,9 +113,7 @@ private Q_SLOTS:
     }
     void zoomKeepsTargetCentred()
     {
-        QFETCH(Boxes, boxes);
-        QFETCH(int, selected);
-        QFETCH(QPointF, target);
+        auto [boxes, selected, target] = row<Boxes, int, QPointF>("boxes", "selected", "target");
         QVERIFY(start(boxes));
         selected == -2 ? c->selectAll() : c->setSelectedIndex(selected);
         d->zoomSteps(2);
@@ -137,11 +124,8 @@ private Q_SLOTS:
 
     void zoomToAnnotations_data()
     {
-        QTest::addColumn<QSize>("widget");
-        QTest::addColumn<Boxes>("boxes");
-        QTest::addColumn<int>("border");
-        QTest::addColumn<double>("zoom");
-        QTest::addColumn<QPointF>("centre"); // image point expected in the widget's centre
+        // centre: image point expected in the widget's centre
+        columns<QSize, Boxes, int, double, QPointF>("widget", "boxes", "border", "zoom", "centre");
         // The image is 4000 x 3000; fitted into 800 x 800 its scale is 0.2.
         const QSize sq(800, 800);
         QTest::newRow("10 x 10 box grows to 110 x 110") << sq << Boxes{box("o", 2000, 1500, 2010, 1510)} << 50 << (800.0 / 110) / 0.2 << QPointF(2004, 1504);
@@ -157,11 +141,7 @@ private Q_SLOTS:
     }
     void zoomToAnnotations()
     {
-        QFETCH(QSize, widget);
-        QFETCH(Boxes, boxes);
-        QFETCH(int, border);
-        QFETCH(double, zoom);
-        QFETCH(QPointF, centre);
+        auto [widget, boxes, border, zoom, centre] = row<QSize, Boxes, int, double, QPointF>("widget", "boxes", "border", "zoom", "centre");
         QVERIFY(d->show(widget, QSize(4000, 3000)));
         c->setBoxes(boxes);
         d->zoomSteps(2);
@@ -172,9 +152,7 @@ private Q_SLOTS:
 
     void wheelKeepsPixelUnderCursor_data()
     {
-        QTest::addColumn<QPointF>("pos");
-        QTest::addColumn<QPoint>("angleDelta");
-        QTest::addColumn<double>("factor");
+        columns<QPointF, QPoint, double>("pos", "angleDelta", "factor");
         QTest::newRow("up at the centre") << QPointF(400, 400) << QPoint(0, 120) << 1.15;
         QTest::newRow("down off centre, fractional") << QPointF(123.25, 611.75) << QPoint(0, -120) << 1 / 1.15;
         QTest::newRow("small up step") << QPointF(700, 250) << QPoint(0, 15) << 1.15;
@@ -183,9 +161,7 @@ private Q_SLOTS:
     }
     void wheelKeepsPixelUnderCursor()
     {
-        QFETCH(QPointF, pos);
-        QFETCH(QPoint, angleDelta);
-        QFETCH(double, factor);
+        auto [pos, angleDelta, factor] = row<QPointF, QPoint, double>("pos", "angleDelta", "factor");
         QVERIFY(start({box("object", 600, 100, 700, 150)}));
         c->zoomIn(); // start from a panned view
         const QPointF under = c->widgetToImage(pos);
@@ -222,10 +198,7 @@ private Q_SLOTS:
 
     void dragPans_data()
     {
-        QTest::addColumn<int>("button");
-        QTest::addColumn<bool>("space");
-        QTest::addColumn<Boxes>("boxes");
-        QTest::addColumn<QStringList>("labels");
+        columns<int, bool, Boxes, QStringList>("button", "space", "boxes", "labels");
         // Press at widget (100, 300) = image (125, 125).
         const Boxes under{box("object", 100, 100, 200, 200)};
         QTest::newRow("right drag on empty area") << int(Qt::RightButton) << false << Boxes{box("object", 600, 100, 700, 200)} << QStringList{"object"};
@@ -234,10 +207,7 @@ private Q_SLOTS:
     }
     void dragPans()
     {
-        QFETCH(int, button);
-        QFETCH(bool, space);
-        QFETCH(Boxes, boxes);
-        QFETCH(QStringList, labels);
+        auto [button, space, boxes, labels] = row<int, bool, Boxes, QStringList>("button", "space", "boxes", "labels");
         QVERIFY(start(boxes));
         c->setLabelNames(labels);
         const auto b = Qt::MouseButton(button);
@@ -264,18 +234,14 @@ private Q_SLOTS:
 
     void panPositionsAreRounded_data()
     {
-        QTest::addColumn<QPointF>("press");
-        QTest::addColumn<QPointF>("move");
-        QTest::addColumn<QPointF>("pan");
+        columns<QPointF, QPointF, QPointF>("press", "move", "pan");
         QTest::newRow("halves round up") << QPointF(100.5, 200.5) << QPointF(130.4, 180.6) << QPointF(29, -20);
         QTest::newRow("negative halves round away from zero") << QPointF(10, 10) << QPointF(-0.5, -2.5) << QPointF(-11, -13);
         QTest::newRow("just below a half") << QPointF(50.49, 50) << QPointF(60.49, 70.51) << QPointF(10, 21);
     }
     void panPositionsAreRounded()
     {
-        QFETCH(QPointF, press);
-        QFETCH(QPointF, move);
-        QFETCH(QPointF, pan);
+        auto [press, move, pan] = row<QPointF, QPointF, QPointF>("press", "move", "pan");
         QVERIFY(start());
         d->press(press, Qt::RightButton);
         d->moveTo(move, Qt::RightButton);
@@ -301,9 +267,7 @@ private Q_SLOTS:
 
     void cursorFollowsSelection_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
-        QTest::addColumn<QPoint>("pos");
-        QTest::addColumn<int>("cursor");
+        columns<BoxAnnotation, QPoint, int>("shape", "pos", "cursor");
         // The box's integer rectangle 100..300 x 100..200 covers widget x 80..240.8 and y 280..360.8.
         const BoxAnnotation b = box("object", 300, 200, 100, 100);
         QTest::newRow("top-left handle") << b << QPoint(82, 278) << int(Qt::SizeFDiagCursor);
@@ -330,9 +294,7 @@ private Q_SLOTS:
     }
     void cursorFollowsSelection()
     {
-        QFETCH(BoxAnnotation, shape);
-        QFETCH(QPoint, pos);
-        QFETCH(int, cursor);
+        auto [shape, pos, cursor] = row<BoxAnnotation, QPoint, int>("shape", "pos", "cursor");
         QVERIFY(start({shape}));
         d->moveTo(pos, Qt::NoButton);
         QCOMPARE(c->cursor().shape(), Qt::CrossCursor); // nothing selected
@@ -366,9 +328,7 @@ private Q_SLOTS:
 
     void hitTestBox_data()
     {
-        QTest::addColumn<Boxes>("boxes");
-        QTest::addColumn<QPoint>("pos");
-        QTest::addColumn<int>("index");
+        columns<Boxes, QPoint, int>("boxes", "pos", "index");
         // Image (x, y) = widget (0.8x, 0.8y + 200).
         const BoxAnnotation outer = box("o", 100, 100, 400, 400), inner = box("i", 200, 200, 250, 250);
         QTest::newRow("inner box wins, listed last") << Boxes{outer, inner} << QPoint(180, 380) << 1;
@@ -395,9 +355,7 @@ private Q_SLOTS:
     }
     void hitTestBox()
     {
-        QFETCH(Boxes, boxes);
-        QFETCH(QPoint, pos);
-        QFETCH(int, index);
+        auto [boxes, pos, index] = row<Boxes, QPoint, int>("boxes", "pos", "index");
         QVERIFY(start(boxes));
         QCOMPARE(c->hitTestBox(pos), index);
         c->setSelectedIndex(index);
@@ -406,16 +364,14 @@ private Q_SLOTS:
 
     void rotationHandleStaysAboveCentre_data()
     {
-        QTest::addColumn<double>("angle");
-        QTest::addColumn<int>("zoomSteps");
+        columns<double, int>("angle", "zoomSteps");
         QTest::newRow("upright") << 0.0 << 0;
         QTest::newRow("turned, zoomed in") << 37.0 << 3;
         QTest::newRow("upside down, zoomed out") << 180.0 << -2;
     }
     void rotationHandleStaysAboveCentre()
     {
-        QFETCH(double, angle);
-        QFETCH(int, zoomSteps);
+        auto [angle, zoomSteps] = row<double, int>("angle", "zoomSteps");
         QVERIFY(start({rotated(QPointF(480, 260), 120, 40, angle)}));
         d->zoomSteps(zoomSteps);
         // A circle of radius 12, 30 widget pixels above the centre whatever the turn.
@@ -484,8 +440,7 @@ private Q_SLOTS:
 
     void clampRect_data()
     {
-        QTest::addColumn<QRect>("in");
-        QTest::addColumn<QRect>("out");
+        columns<QRect, QRect>("in", "out");
         const QRect inside(QPoint(3, 4), QPoint(20, 30));
         QTest::newRow("inside") << inside << inside;
         // Normalised the way Qt does it: (120, 30)-(-5, -10) is (-4, -9)-(119, 29).
@@ -495,8 +450,7 @@ private Q_SLOTS:
     }
     void clampRect()
     {
-        QFETCH(QRect, in);
-        QFETCH(QRect, out);
+        auto [in, out] = row<QRect, QRect>("in", "out");
         c->setImage(solid(QSize(100, 50)));
         QCOMPARE(c->clampToImage(in), out);
     }

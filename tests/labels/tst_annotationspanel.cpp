@@ -27,8 +27,7 @@ private Q_SLOTS:
 
     void rows_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
-        QTest::addColumn<QString>("tip");
+        columns<BoxAnnotation, QString>("shape", "tip");
         QTest::newRow("box") << box("car", 10.7, 20.2, 50.9, 80.5) << "x:10 y:20  w:40 h:60";
         QTest::newRow("box reversed") << box("car", 50, 80, 10, 20) << "x:10 y:20  w:40 h:60";
         QTest::newRow("polygon") << shape("p", ShapeType::Polygon, {{5, 9}, {25.9, 3.5}, {12, 30.2}}) << "x:5 y:3  w:20 h:26";
@@ -39,8 +38,7 @@ private Q_SLOTS:
     }
     void rows()
     {
-        QFETCH(BoxAnnotation, shape);
-        QFETCH(QString, tip);
+        auto [shape, tip] = row<BoxAnnotation, QString>("shape", "tip");
         QCOMPARE(panel->findChild<QLabel*>()->text(), QStringLiteral("Annotations"));
         panel->setBoxes({box("first", 0, 0, 1, 1), shape});
         QCOMPARE(list()->count(), 2);
@@ -50,8 +48,7 @@ private Q_SLOTS:
 
     void setSelectedIndexIsSilent_data()
     {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<bool>("highlighted");
+        columns<int, bool>("index", "highlighted");
         QTest::newRow("valid") << 1 << true;
         QTest::newRow("first") << 0 << true;
         QTest::newRow("minus one") << -1 << false;
@@ -59,8 +56,7 @@ private Q_SLOTS:
     }
     void setSelectedIndexIsSilent()
     {
-        QFETCH(int, index);
-        QFETCH(bool, highlighted);
+        auto [index, highlighted] = row<int, bool>("index", "highlighted");
         QSignalSpy requested(panel.get(), &AnnotationsPanel::selectionRequested);
         panel->setBoxes(three);
         panel->setSelectedIndex(2);
@@ -105,12 +101,9 @@ private Q_SLOTS:
 
     void contextMenu_data()
     {
-        QTest::addColumn<QStringList>("names");
-        QTest::addColumn<QString>("rowLabel");
-        QTest::addColumn<bool>("onRow");
-        QTest::addColumn<QString>("choose"); // as the menu shows it
-        QTest::addColumn<QStringList>("checked");
-        QTest::addColumn<QString>("requested"); // empty: nothing
+        // choose: as the menu shows it
+        // requested: empty: nothing
+        columns<QStringList, QString, bool, QString, QStringList, QString>("names", "rowLabel", "onRow", "choose", "checked", "requested");
         const QStringList names{"car", "dog", "cat", "R&D"};
         QTest::newRow("other label") << names << "dog" << true << "cat" << QStringList{"dog"} << "cat";
         QTest::newRow("same label") << names << "dog" << true << "dog" << QStringList{"dog"} << "dog";
@@ -123,12 +116,7 @@ private Q_SLOTS:
     }
     void contextMenu()
     {
-        QFETCH(QStringList, names);
-        QFETCH(QString, rowLabel);
-        QFETCH(bool, onRow);
-        QFETCH(QString, choose);
-        QFETCH(QStringList, checked);
-        QFETCH(QString, requested);
+        auto [names, rowLabel, onRow, choose, checked, requested] = row<QStringList, QString, bool, QString, QStringList, QString>("names", "rowLabel", "onRow", "choose", "checked", "requested");
         panel->setLabelNames(names);
         panel->setBoxes({box("car", 0, 0, 5, 5), box(rowLabel, 1, 1, 6, 6)});
         QSignalSpy changed(panel.get(), &AnnotationsPanel::labelChangeRequested);

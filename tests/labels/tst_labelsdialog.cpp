@@ -2,16 +2,12 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMouseEvent>
 #include <QPushButton>
-#include <QTest>
-
-#include <memory>
 
 #include "labels/labelrowdelegate.h"
 #include "labels/labelsdialog.h"
 #include "model/labelpalette.h"
-#include "support/records.h"
+#include "support/canvasfixture.h"
 #include "support/scriptedprompts.h"
 
 // The Manage Labels dialog driven through its widgets: what the user clicks and types,
@@ -102,10 +98,9 @@ private Q_SLOTS:
 
     void addLabel_data()
     {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<bool>("viaReturn");
-        QTest::addColumn<QString>("added");     // empty: nothing added
-        QTest::addColumn<QString>("duplicate"); // text of the warning, empty: none
+        // added: empty: nothing added
+        // duplicate: text of the warning, empty: none
+        columns<QString, bool, QString, QString>("typed", "viaReturn", "added", "duplicate");
         QTest::newRow("plain, + Add") << "bus" << false << "bus" << "";
         QTest::newRow("plain, Return") << "bus" << true << "bus" << "";
         QTest::newRow("blanks trimmed") << "  traffic light \t" << false << "traffic light" << "";
@@ -116,10 +111,7 @@ private Q_SLOTS:
     }
     void addLabel()
     {
-        QFETCH(QString, typed);
-        QFETCH(bool, viaReturn);
-        QFETCH(QString, added);
-        QFETCH(QString, duplicate);
+        auto [typed, viaReturn, added, duplicate] = row<QString, bool, QString, QString>("typed", "viaReturn", "added", "duplicate");
         QVERIFY(open(three));
         d->nameEdit()->setText(typed);
         if (viaReturn)
@@ -157,15 +149,13 @@ private Q_SLOTS:
 
     void swatchClickRecolours_data()
     {
-        QTest::addColumn<QColor>("answer");
-        QTest::addColumn<QColor>("expected");
+        columns<QColor, QColor>("answer", "expected");
         QTest::newRow("colour chosen") << QColor(1, 2, 250) << QColor(1, 2, 250);
         QTest::newRow("dialog cancelled") << QColor() << QColor(255, 100, 100);
     }
     void swatchClickRecolours()
     {
-        QFETCH(QColor, answer);
-        QFETCH(QColor, expected);
+        auto [answer, expected] = row<QColor, QColor>("answer", "expected");
         prompts->colorAnswers.enqueue(answer);
         QVERIFY(open(three));
         click(1, Spot::Swatch);
@@ -177,11 +167,8 @@ private Q_SLOTS:
 
     void otherClicks_data()
     {
-        QTest::addColumn<Spot>("spot");
-        QTest::addColumn<bool>("doubleClick");
-        QTest::addColumn<int>("button");
-        QTest::addColumn<bool>("editorOpens");
-        QTest::addColumn<int>("currentRow"); // -1: the press did not select the row
+        // currentRow: -1: the press did not select the row
+        columns<Spot, bool, int, bool, int>("spot", "doubleClick", "button", "editorOpens", "currentRow");
         QTest::newRow("double-click name") << Spot::Name << true << int(Qt::LeftButton) << true << -1;
         QTest::newRow("double-click swatch") << Spot::Swatch << true << int(Qt::LeftButton) << false << -1;
         QTest::newRow("double-click X") << Spot::Delete << true << int(Qt::LeftButton) << false << -1;
@@ -193,11 +180,7 @@ private Q_SLOTS:
     }
     void otherClicks()
     {
-        QFETCH(Spot, spot);
-        QFETCH(bool, doubleClick);
-        QFETCH(int, button);
-        QFETCH(bool, editorOpens);
-        QFETCH(int, currentRow);
+        auto [spot, doubleClick, button, editorOpens, currentRow] = row<Spot, bool, int, bool, int>("spot", "doubleClick", "button", "editorOpens", "currentRow");
         QVERIFY(open(three));
         d->listWidget()->setCurrentRow(-1);
         doubleClick ? this->doubleClick(2, spot, Qt::MouseButton(button)) : click(2, spot, Qt::MouseButton(button));
@@ -209,8 +192,7 @@ private Q_SLOTS:
 
     void renameInPlace_data()
     {
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("expected");
+        columns<QString, QString>("typed", "expected");
         QTest::newRow("new name") << "truck" << "truck";
         QTest::newRow("trimmed") << "  big truck  " << "big truck";
         QTest::newRow("empty keeps the name") << "" << "car";
@@ -219,8 +201,7 @@ private Q_SLOTS:
     }
     void renameInPlace()
     {
-        QFETCH(QString, typed);
-        QFETCH(QString, expected);
+        auto [typed, expected] = row<QString, QString>("typed", "expected");
         QVERIFY(open(three));
         doubleClick(1, Spot::Name);
         QLineEdit* edit = editor();
@@ -258,9 +239,7 @@ private Q_SLOTS:
 
     void deleteAll_data()
     {
-        QTest::addColumn<bool>("empty");
-        QTest::addColumn<int>("answer");
-        QTest::addColumn<int>("rowsLeft");
+        columns<bool, int, int>("empty", "answer", "rowsLeft");
         QTest::newRow("confirmed") << false << 0 << 0;
         QTest::newRow("cancelled") << false << 1 << 3;
         QTest::newRow("box closed") << false << -1 << 3;
@@ -268,9 +247,7 @@ private Q_SLOTS:
     }
     void deleteAll()
     {
-        QFETCH(bool, empty);
-        QFETCH(int, answer);
-        QFETCH(int, rowsLeft);
+        auto [empty, answer, rowsLeft] = row<bool, int, int>("empty", "answer", "rowsLeft");
         prompts->chooseAnswers.enqueue(answer);
         QVERIFY(open(empty ? QList<LabelDef>() : three));
         QTest::mouseClick(d->findChild<QPushButton*>("deleteAllButton"), Qt::LeftButton);
@@ -284,15 +261,13 @@ private Q_SLOTS:
 
     void okAndCancel_data()
     {
-        QTest::addColumn<QString>("button");
-        QTest::addColumn<int>("code");
+        columns<QString, int>("button", "code");
         QTest::newRow("OK") << "okButton" << int(QDialog::Accepted);
         QTest::newRow("Cancel") << "cancelButton" << int(QDialog::Rejected);
     }
     void okAndCancel()
     {
-        QFETCH(QString, button);
-        QFETCH(int, code);
+        auto [button, code] = row<QString, int>("button", "code");
         prompts->colorAnswers.enqueue(QColor(9, 9, 9));
         QVERIFY(open(three));
         add("bus");

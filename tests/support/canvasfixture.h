@@ -14,6 +14,7 @@
 
 #include <cmath>
 #include <memory>
+#include <tuple>
 
 #include "canvas/imagecanvas.h"
 #include "support/records.h"
@@ -24,6 +25,19 @@ Q_DECLARE_METATYPE(ShapeType)
 using Points = QList<QPointF>;
 using Boxes = QList<BoxAnnotation>;
 
+// A data table in one line: columns<int, QString>("count", "text") in the _data()
+// function, auto [count, text] = row<int, QString>("count", "text") in the test.
+template <typename... T, typename... N>
+void columns(N... names)
+{
+    (QTest::addColumn<T>(names), ...);
+}
+template <typename... T, typename... N>
+std::tuple<T...> row(N... names)
+{
+    return std::tuple<T...>(*static_cast<T*>(QTest::qData(names, qMetaTypeId<T>()))...);
+}
+
 inline const QColor CanvasBackground(45, 45, 48);
 
 inline QPixmap solid(const QSize& size, const QColor& colour = Qt::darkCyan)
@@ -33,23 +47,18 @@ inline QPixmap solid(const QSize& size, const QColor& colour = Qt::darkCyan)
     return p;
 }
 
-inline BoxAnnotation turned(BoxAnnotation b, double angle)
+inline BoxAnnotation ellipse(const QPointF& c, double rx, double ry, double angle = 0, const QString& label = "object")
 {
+    BoxAnnotation b = shape(label, ShapeType::Ellipse, {c, QPointF(rx, ry)});
     b.angle = angle;
     return b;
 }
 
-inline BoxAnnotation ellipse(const QPointF& c, double rx, double ry, double angle = 0,
-                             const QString& label = "object")
+inline BoxAnnotation rotated(const QPointF& c, double w, double h, double angle, const QString& label = "object")
 {
-    return turned(shape(label, ShapeType::Ellipse, {c, QPointF(rx, ry)}), angle);
-}
-
-inline BoxAnnotation rotated(const QPointF& c, double w, double h, double angle,
-                             const QString& label = "object")
-{
-    return turned(shape(label, ShapeType::RotatedBox, ImageCanvas::rotatedBoxCorners(c, w, h, angle)),
-                  angle);
+    BoxAnnotation b = shape(label, ShapeType::RotatedBox, ImageCanvas::rotatedBoxCorners(c, w, h, angle));
+    b.angle = angle;
+    return b;
 }
 
 inline bool nearPoints(const Points& a, const Points& b, double eps = 1e-6)
