@@ -32,92 +32,71 @@ private Q_SLOTS:
 
     void drawByDragging_data()
     {
-        // to: image position, may lie beyond the image
+        // On the 80 x 50 image, where tenths of a pixel can be dragged.
+        // to: image position, may lie beyond the image; points: none when too small to keep
         // live: the last report during the drag ("": unchecked)
         columns<ShapeType, QPointF, QPointF, Points, QString>("kind", "from", "to", "points", "live");
-        const ShapeType B = ShapeType::BoundingBox, R = ShapeType::RotatedBox,
-                        E = ShapeType::Ellipse, L = ShapeType::Line;
-        QTest::newRow("box") << B << QPointF(10, 10) << QPointF(60, 40) << Points{{10, 10}, {60, 40}} << "coords(10,10,59,39)";
-        QTest::newRow("box dragged up and left") << B << QPointF(60, 40) << QPointF(10, 10) << Points{{10, 10}, {60, 40}} << "coords(10,10,59,39)";
+        const ShapeType B = ShapeType::BoundingBox, R = ShapeType::RotatedBox, E = ShapeType::Ellipse, L = ShapeType::Line;
+        const QPointF s(10, 10);
+        QTest::newRow("box") << B << s << QPointF(60, 40) << Points{{10, 10}, {60, 40}} << "coords(10,10,59,39)";
+        QTest::newRow("box dragged up and left") << B << QPointF(60, 40) << s << Points{{10, 10}, {60, 40}} << "coords(10,10,59,39)";
         // Half pixels are truncated to whole pixels when the box is stored.
         QTest::newRow("box on half pixels") << B << QPointF(10.5, 20.5) << QPointF(60.5, 40.5) << Points{{10, 20}, {60, 40}} << "coords(10,20,59,39)";
-        QTest::newRow("rotated box") << R << QPointF(30, 20) << QPointF(10, 10) << Points{{10, 10}, {30, 10}, {30, 20}, {10, 20}} << "coords(10,10,29,19)";
+        QTest::newRow("rotated box") << R << QPointF(30, 20) << s << Points{{10, 10}, {30, 10}, {30, 20}, {10, 20}} << "coords(10,10,29,19)";
         // The second entry holds the semi-axes, not a position.
-        QTest::newRow("ellipse") << E << QPointF(10, 10) << QPointF(30, 20) << Points{{20, 15}, {10, 5}} << "coords(10,5,19,14)";
-        QTest::newRow("line keeps its direction") << L << QPointF(30, 20) << QPointF(10, 10) << Points{{30, 20}, {10, 10}} << "coords(10,10,29,19)";
+        QTest::newRow("ellipse") << E << s << QPointF(30, 20) << Points{{20, 15}, {10, 5}} << "coords(10,5,19,14)";
+        QTest::newRow("line keeps its direction") << L << QPointF(30, 20) << s << Points{{30, 20}, {10, 10}} << "coords(10,10,29,19)";
         // Beyond the image, the end is clamped to its last pixel.
-        QTest::newRow("box past bottom-right") << B << QPointF(390, 190) << QPointF(399.5, 249.5) << Points{{390, 190}, {399, 199}} << "";
+        QTest::newRow("box past bottom-right") << B << QPointF(70, 40) << QPointF(85, 60) << Points{{70, 40}, {79, 49}} << "";
         QTest::newRow("box past top-left") << B << QPointF(20, 20) << QPointF(-15, -40) << Points{{0, 0}, {20, 20}} << "";
-        QTest::newRow("line past the corner") << L << QPointF(200, 100) << QPointF(425, 275) << Points{{200, 100}, {399, 199}} << "";
-        QTest::newRow("ellipse past the right") << E << QPointF(379, 100) << QPointF(450, 120) << Points{{389, 110}, {10, 10}} << "";
-        QTest::newRow("rotated box past the top") << R << QPointF(100, 10) << QPointF(120, -30) << Points{{100, 0}, {120, 0}, {120, 10}, {100, 10}} << "";
+        QTest::newRow("line past the corner") << L << QPointF(40, 20) << QPointF(85, 55) << Points{{40, 20}, {79, 49}} << "";
+        QTest::newRow("ellipse past the right") << E << QPointF(69, 20) << QPointF(90, 30) << Points{{74, 25}, {5, 5}} << "";
+        QTest::newRow("rotated box past the top") << R << QPointF(30, 10) << QPointF(50, -30) << Points{{30, 0}, {50, 0}, {50, 10}, {30, 10}} << "";
+        // Minimum sizes.
+        QTest::newRow("box: click") << B << s << s << Points{} << "";
+        QTest::newRow("box 3 x 10") << B << s << QPointF(13, 20) << Points{} << "";
+        QTest::newRow("box 10 x 3") << B << s << QPointF(20, 13) << Points{} << "";
+        QTest::newRow("box 4 x 4") << B << s << QPointF(14, 14) << Points{{10, 10}, {14, 14}} << "";
+        // 10.5 .. 14.4 covers only 3.9 pixels, but the truncated corners are 4 apart.
+        QTest::newRow("box 3.9 over 4 truncated pixels") << B << QPointF(10.5, 10) << QPointF(14.4, 20) << Points{{10, 10}, {14, 20}} << "";
+        QTest::newRow("box 3.7 over 3 truncated pixels") << B << QPointF(10.2, 10) << QPointF(13.9, 20) << Points{} << "";
+        QTest::newRow("rotated box 10 x 1") << R << s << QPointF(20, 11) << Points{{10, 10}, {20, 10}, {20, 11}, {10, 11}} << "";
+        QTest::newRow("rotated box 3.9 x 20") << R << s << QPointF(13.9, 30) << Points{} << "";
+        QTest::newRow("rotated box click") << R << s << s << Points{} << "";
+        QTest::newRow("ellipse 3 x 10") << E << s << QPointF(13, 20) << Points{} << "";
+        QTest::newRow("ellipse 10 x 3.9") << E << s << QPointF(20, 13.9) << Points{} << "";
+        QTest::newRow("ellipse 4 x 4") << E << s << QPointF(14, 14) << Points{{12, 12}, {2, 2}} << "";
+        QTest::newRow("line 2.9") << L << s << QPointF(12.9, 10) << Points{} << "";
+        QTest::newRow("line 3.0") << L << s << QPointF(10, 13) << Points{{10, 10}, {10, 13}} << "";
+        QTest::newRow("line click") << L << s << s << Points{} << "";
     }
     void drawByDragging()
     {
         auto [kind, from, to, points, live] = row<ShapeType, QPointF, QPointF, Points, QString>("kind", "from", "to", "points", "live");
-        const BoxAnnotation existing = box("dog", 300, 150, 350, 190);
-        QVERIFY(start({existing}));
+        const BoxAnnotation existing = box("dog", 2, 44, 8, 48);
+        QVERIFY(d->show(QSize(800, 600), QSize(80, 50)));
+        c->setBoxes({existing});
         c->setCurrentShape(kind);
         c->currentLabel = "cat";
-        d->drag(d->at(from), d->at(to));
-
-        QCOMPARE(c->boxes().size(), 2);
-        QCOMPARE(c->boxes().at(0), existing);
-        const BoxAnnotation made = c->boxes().at(1);
-        QCOMPARE(made.type, kind);
-        QCOMPARE(made.label, QStringLiteral("cat"));
-        QCOMPARE(made.angle, 0.0);
-        COMPARE_POINTS(made.points, points);
-        QCOMPARE(c->selectedIndex(), 1);
-        QCOMPARE(d->settled(), (QStringList{"about", "sel(1)", "coords(-1,-1,-1,-1)", "changed"}));
-        // Each move of the drag reports the rectangle being drawn, before the release.
-        QCOMPARE(d->liveReports(), 2);
-        if (!live.isEmpty())
-            QCOMPARE(d->log.at(d->log.size() - 4), live);
-    }
-
-    void minimumSizes_data()
-    {
-        columns<ShapeType, QPointF, QPointF, bool>("kind", "from", "to", "kept");
-        // At scale 10 tenths of a pixel can be dragged.
-        const ShapeType B = ShapeType::BoundingBox, R = ShapeType::RotatedBox,
-                        E = ShapeType::Ellipse, L = ShapeType::Line;
-        const QPointF s(10, 10);
-        QTest::newRow("box: click") << B << s << s << false;
-        QTest::newRow("box 3 x 10") << B << s << QPointF(13, 20) << false;
-        QTest::newRow("box 10 x 3") << B << s << QPointF(20, 13) << false;
-        QTest::newRow("box 4 x 4") << B << s << QPointF(14, 14) << true;
-        // 10.5 .. 14.4 covers only 3.9 pixels, but the truncated corners are 4 apart.
-        QTest::newRow("box 3.9 over 4 truncated pixels") << B << QPointF(10.5, 10) << QPointF(14.4, 20) << true;
-        QTest::newRow("box 3.7 over 3 truncated pixels") << B << QPointF(10.2, 10) << QPointF(13.9, 20) << false;
-        QTest::newRow("rotated box 10 x 1") << R << s << QPointF(20, 11) << true;
-        QTest::newRow("rotated box 3.9 x 20") << R << s << QPointF(13.9, 30) << false;
-        QTest::newRow("rotated box click") << R << s << s << false;
-        QTest::newRow("ellipse 3 x 10") << E << s << QPointF(13, 20) << false;
-        QTest::newRow("ellipse 10 x 3.9") << E << s << QPointF(20, 13.9) << false;
-        QTest::newRow("ellipse 4 x 4") << E << s << QPointF(14, 14) << true;
-        QTest::newRow("line 2.9") << L << s << QPointF(12.9, 10) << false;
-        QTest::newRow("line 3.0") << L << s << QPointF(10, 13) << true;
-        QTest::newRow("line click") << L << s << s << false;
-    }
-    void minimumSizes()
-    {
-        auto [kind, from, to, kept] = row<ShapeType, QPointF, QPointF, bool>("kind", "from", "to", "kept");
-        QVERIFY(d->show(QSize(800, 600), QSize(80, 50)));
-        QCOMPARE(c->scale(), 10.0);
-        c->setCurrentShape(kind);
         d->log.clear();
         if (from == to)
             d->click(from);
         else
             d->drag(d->at(from), d->at(to));
 
+        const bool kept = !points.isEmpty();
+        QCOMPARE(c->boxes().size(), kept ? 2 : 1);
+        QCOMPARE(c->boxes().at(0), existing);
+        QCOMPARE(c->selectedIndex(), kept ? 1 : -1);
         QCOMPARE(c->dragMode(), ImageCanvas::None);
-        QCOMPARE(c->boxes().size(), kept ? 1 : 0);
-        QCOMPARE(c->selectedIndex(), kept ? 0 : -1);
         // Nothing made, nothing reported as changed.
-        QCOMPARE(d->settled(), QStringList({"about", kept ? "sel(0)" : "sel(-1)", "coords(-1,-1,-1,-1)"}) + QStringList(kept ? 1 : 0, "changed"));
-        QCOMPARE(d->liveReports() == 0, from == to);
+        QCOMPARE(d->settled(), QStringList({"about", kept ? "sel(1)" : "sel(-1)", "coords(-1,-1,-1,-1)"}) + QStringList(kept ? 1 : 0, "changed"));
+        // Each move of the drag reports the rectangle being drawn, before the release.
+        QCOMPARE(d->liveReports(), from == to ? 0 : 2);
+        if (!live.isEmpty())
+            QCOMPARE(d->log.at(d->log.size() - 4), live);
+        if (kept)
+            QCOMPARE(c->boxes().at(1), shape("cat", kind, points));
     }
 
     void keypoints()
@@ -161,6 +140,9 @@ private Q_SLOTS:
         QTest::newRow("double-click after 3") << three << "dclick" << -1;
         QTest::newRow("double-click after 1 keeps going") << Points{{10, 10}} << "dclick" << 2;
         QTest::newRow("Escape drops the points") << three << "escape" << 0;
+        QTest::newRow("another kind drops them") << three << "kind" << 0;
+        QTest::newRow("another image drops them") << three << "image" << 0;
+        QTest::newRow("new shapes drop them") << three << "boxes" << 0;
     }
     void polygonClosing()
     {
@@ -179,6 +161,12 @@ private Q_SLOTS:
             d->click(last);
             d->doubleClick(last);
             clicks << last;
+        } else if (finish == "kind") {
+            c->setCurrentShape(ShapeType::Cuboid);
+            c->setCurrentShape(ShapeType::Polygon);
+        } else if (finish == "image" || finish == "boxes") {
+            finish == "image" ? c->setImage(solid(QSize(400, 200))) : c->setBoxes({});
+            d->log.clear();
         } else {
             QVERIFY(d->key(finish == "escape" ? Qt::Key_Escape : finish == "enter" ? Qt::Key_Enter : Qt::Key_Return,
                            finish == "enter" ? Qt::KeypadModifier : Qt::NoModifier));
@@ -212,39 +200,6 @@ private Q_SLOTS:
         QVERIFY(d->key(Qt::Key_Return));
         QCOMPARE(c->boxes().size(), 2);
         COMPARE_POINTS(c->boxes().at(1).points, (Points{{150, 100}, {120, 60}, {0, 199}}));
-    }
-
-    void pointsInProgressDropped_data()
-    {
-        columns<QString>("how");
-        QTest::newRow("another kind") << "kind";
-        QTest::newRow("another image") << "image";
-        QTest::newRow("new shapes") << "boxes";
-    }
-    void pointsInProgressDropped()
-    {
-        auto [how] = row<QString>("how");
-        QVERIFY(start());
-        c->setCurrentShape(ShapeType::Polygon);
-        for (const QPointF& p : {QPointF(10, 10), QPointF(50, 10), QPointF(50, 50)})
-            d->click(p);
-        if (how == "kind") {
-            c->setCurrentShape(ShapeType::Cuboid);
-            c->setCurrentShape(ShapeType::Polygon);
-        } else if (how == "image") {
-            c->setImage(solid(QSize(400, 200)));
-        } else {
-            c->setBoxes({});
-        }
-        QCOMPARE(c->dragMode(), ImageCanvas::None);
-        d->key(Qt::Key_Return);
-        QVERIFY(c->boxes().isEmpty());
-        const Points fresh{{100, 100}, {150, 100}, {150, 150}};
-        for (const QPointF& p : fresh)
-            d->click(p);
-        d->key(Qt::Key_Return);
-        QCOMPARE(c->boxes().size(), 1);
-        COMPARE_POINTS(c->boxes().at(0).points, fresh);
     }
 
     void cuboidClosesAtEighthClick()

@@ -300,27 +300,6 @@ private Q_SLOTS:
         QVERIFY(broken(coverage(img, QLineF(w(pivot), knob + QPointF(0, 7)), Green)));
     }
 
-    void rotationHandleOverPointHandles_data()
-    {
-        // overlap: widget pixels where a point handle lies under ...
-        // minGreen: ... the rotation handle or its dotted line
-        columns<BoxAnnotation, QRect, int>("shape", "overlap", "minGreen");
-        // Fitted, the image centre (500, 375) is widget (400, 300). A box 8 x 64 widget
-        // pixels: its top corner handles reach into the knob 30 pixels above the centre.
-        QTest::newRow("narrow rotated box") << rotated(QPointF(500, 375), 10, 80, 0, "car") << QRect(397, 268, 2, 2) << 4;
-        // The dotted line starts at the top of the vertical semi-axis, inside the top handle.
-        QTest::newRow("ellipse") << ellipse(QPointF(500, 375), 150, 80, 0, "car") << QRect(398, 232, 5, 4) << 1;
-    }
-    void rotationHandleOverPointHandles()
-    {
-        auto [shape, overlap, minGreen] = row<BoxAnnotation, QRect, int>("shape", "overlap", "minGreen");
-        c->setBoxes({shape});
-        c->setSelectedIndex(0);
-        const QImage img = d->shot();
-        QVERIFY(countColour(img, overlap.adjusted(-6, -6, 6, 6), Car, 0) > 0);
-        QVERIFY(countColour(img, overlap, Green, 0) >= minGreen);
-    }
-
     void badgesFollowSelection_data()
     {
         // selection: -1 none, 0 or 1 that shape, 2 all
