@@ -249,6 +249,7 @@ private Q_SLOTS:
         QTest::newRow("box partly off the image") << b << QPointF(30, 30) << QPointF(-30, 0) << Points{{0, 10}, {30, 40}};
         // Only the overhanging side moves: left is raised to 0, right stays at -40.
         QTest::newRow("box wholly off the image") << b << QPointF(30, 30) << QPointF(-100, 0) << Points{{0, 10}, {-40, 40}};
+        QTest::newRow("box wholly off the right") << b << QPointF(30, 30) << QPointF(400, 0) << Points{{410, 10}, {399, 40}};
         QTest::newRow("polygon partly off keeps its points") << shape("object", ShapeType::Polygon, {{10, 10}, {60, 10}, {30, 50}})
             << QPointF(30, 30) << QPointF(-20, 160) << Points{{-10, 170}, {40, 170}, {10, 210}};
         // An ellipse is grabbed inside the rectangle of its two entries; the semi-axes stay.

@@ -40,6 +40,7 @@ private Q_SLOTS:
     {
         auto [shape, tip] = row<BoxAnnotation, QString>("shape", "tip");
         QCOMPARE(panel->findChild<QLabel*>()->text(), QStringLiteral("Annotations"));
+        QCOMPARE(panel->minimumWidth(), 180);
         panel->setBoxes({box("first", 0, 0, 1, 1), shape});
         QCOMPARE(list()->count(), 2);
         QCOMPARE(list()->item(1)->text(), shape.label);

@@ -74,6 +74,7 @@ private Q_SLOTS:
         QCOMPARE(labelNames(d->result()), (QStringList{"object", "car", "person"}));
         QCOMPARE(d->result()[2].color, QColor(10, 20, 30));
         QCOMPARE(d->windowTitle(), QStringLiteral("Manage Labels"));
+        QCOMPARE(d->minimumSize(), QSize(460, 420));
         QCOMPARE(d->findChild<QLabel*>("labelsHeader")->text(),
                  QStringLiteral("<b>Labels</b>  (drag rows to reorder  |  double-click name to rename  |  "
                                 "click color swatch to change color  |  click X to delete)"));
