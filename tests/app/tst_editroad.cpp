@@ -215,7 +215,6 @@ private Q_SLOTS:
         QTest::addColumn<double>("zoom");
         const int ctrl = int(Qt::ControlModifier);
         QTest::newRow("Right") << "canvas" << false << 0 << int(Qt::Key_Right) << 0 << 1 << 1.0;
-        QTest::newRow("Left") << "canvas" << false << 1 << int(Qt::Key_Left) << 0 << 0 << 1.0;
         QTest::newRow("Left at the first") << "canvas" << false << 0 << int(Qt::Key_Left) << 0 << 0 << 1.0;
         QTest::newRow("Right at the last") << "canvas" << false << 2 << int(Qt::Key_Right) << 0 << 2 << 1.0;
         QTest::newRow("PageDown, selected") << "canvas" << true << 0 << int(Qt::Key_PageDown) << 0 << 1 << 1.0;
@@ -231,12 +230,13 @@ private Q_SLOTS:
         QTest::newRow("plain letter") << "canvas" << false << 0 << int(Qt::Key_G) << 0 << 0 << 1.0;
         QTest::newRow("list: D") << "list" << false << 0 << int(Qt::Key_D) << 0 << 1 << 1.0;
         QTest::newRow("list: A") << "list" << false << 2 << int(Qt::Key_A) << 0 << 1 << 1.0;
-        QTest::newRow("list: Right") << "list" << false << 0 << int(Qt::Key_Right) << 0 << 1 << 1.0;
+        QTest::newRow("list: PageDown") << "list" << false << 0 << int(Qt::Key_PageDown) << 0 << 1 << 1.0;
+        QTest::newRow("list: F after zooming") << "list" << false << 0 << int(Qt::Key_F) << 0 << 0 << 1.0;
+        QTest::newRow("panel: PageUp") << "panel" << false << 2 << int(Qt::Key_PageUp) << 0 << 1 << 1.0;
         QTest::newRow("list: Down") << "list" << false << 1 << int(Qt::Key_Down) << 0 << 2 << 1.0;
         QTest::newRow("list: Right at the last") << "list" << false << 2 << int(Qt::Key_Right) << 0 << 2 << 1.0;
         QTest::newRow("list: Up") << "list" << false << 2 << int(Qt::Key_Up) << 0 << 1 << 1.0;
         QTest::newRow("list: Left") << "list" << false << 1 << int(Qt::Key_Left) << 0 << 0 << 1.0;
-        QTest::newRow("list: PageDown") << "list" << false << 0 << int(Qt::Key_PageDown) << 0 << 1 << 1.0;
         QTest::newRow("list: plus") << "list" << false << 1 << int(Qt::Key_Plus) << 0 << 1 << 1.25;
         QTest::newRow("panel: minus") << "panel" << false << 1 << int(Qt::Key_Minus) << 0 << 1 << 0.8;
         QTest::newRow("panel: D") << "panel" << false << 1 << int(Qt::Key_D) << 0 << 2 << 1.0;
@@ -306,30 +306,11 @@ private Q_SLOTS:
         QCOMPARE(status(s->w), statusFor(1, 0));
     }
 
-    void spaceDragPansInsteadOfDrawing()
-    {
-        canvas()->setFocus();
-        const QPointF panBefore = canvas()->pan();
-        QTest::keyPress(canvas(), Qt::Key_Space);
-        QCOMPARE(canvas()->hintText(), QStringLiteral("Pan mode"));
-        QTest::mousePress(canvas(), Qt::LeftButton, {}, QPoint(300, 300));
-        moveTo(QPoint(340, 320));
-        QTest::mouseRelease(canvas(), Qt::LeftButton, {}, QPoint(340, 320));
-        QTest::keyRelease(canvas(), Qt::Key_Space);
-        QVERIFY(!canvas()->spaceHeld());
-        QCOMPARE(canvas()->pan(), panBefore + QPointF(40, 20));
-        QVERIFY(canvas()->boxes().isEmpty());
-        QVERIFY(s->w.undoStack.isEmpty());
-        // Without Space the same drag draws.
-        drag(canvas()->widgetToImage(QPointF(300, 300)), canvas()->widgetToImage(QPointF(340, 340)));
-        QVERIFY(QFile::exists(s->xml(0)));
-    }
-
     void spaceInOtherWidgets_data()
     {
         QTest::addColumn<QString>("widget");
         QTest::addColumn<bool>("pans"); // else the space is typed
-        QTest::newRow("push button") << "button" << true;
+        QTest::newRow("push button (pan mode, no click)") << "button" << true;
         QTest::newRow("line edit") << "edit" << false;
         QTest::newRow("editable combo") << "combo" << false;
     }

@@ -114,16 +114,6 @@ private Q_SLOTS:
         QCOMPARE(status(s.w), imageStatus(1, 2, "a.png", 8, 6, 4));
     }
 
-    void panelDeleteWithStaleIndex()
-    {
-        Session s;
-        QVERIFY(s.open({{"A", "B"}}));
-        const Shapes before = s.w.canvas->boxes();
-        Q_EMIT s.w.annotationsPanel->deleteRequested(5);
-        QCOMPARE(s.w.undoStack, QList<Shapes>{before}); // a snapshot, nothing else
-        QCOMPARE(saved(s.xml(0)), before);
-    }
-
     void partlyReadFileKeptBeforeFirstWrite_data()
     {
         QTest::addColumn<bool>("emptied"); // the last shape deleted, else the image left
