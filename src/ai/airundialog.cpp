@@ -102,8 +102,7 @@ QFrame* AiRunDialog::createBottomBar()
     auto* bar = new QFrame;
     bar->setObjectName(QStringLiteral("bottomBar"));
     bar->setFixedHeight(54);
-    // Scoped to the bar so the buttons keep their own borders.
-    bar->setStyleSheet(QStringLiteral("#bottomBar{border-top:1px solid #444;}"));
+    bar->setStyleSheet(QStringLiteral("border-top:1px solid #444;"));
     auto* row = new QHBoxLayout(bar);
     row->setContentsMargins(14, 8, 14, 8);
     row->setSpacing(8);
@@ -154,10 +153,12 @@ void AiRunDialog::onReadOutput()
             // The rest after the timers and the repaint that are due.
             m_readMore->start();
             logView->endBatch();
+            outputHandled();
             return;
         }
     }
     logView->endBatch();
+    outputHandled();
     if (m_exitPending) {
         m_exitPending = false;
         onProcessFinished(m_exitCode, m_exitStatus);
@@ -200,6 +201,7 @@ void AiRunDialog::finishOutput()
     for (const QByteArray& line : err.split('\n'))
         appendLog(QString::fromUtf8(line).trimmed(), LogColor::Stderr);
     logView->endBatch();
+    outputHandled();
     discardProcess();
 }
 
@@ -222,6 +224,9 @@ void AiRunDialog::onStop()
 
 void AiRunDialog::onInstallDeps()
 {
+    // One process per dialog: the installer waits until the helper has ended.
+    if (m_process && m_process->state() != QProcess::NotRunning)
+        return;
     const QString script = PythonEnv::installerScriptPath();
     if (!QFile::exists(script)) {
         UserPrompts::current().warning(

@@ -55,6 +55,8 @@ protected:
 
     // One trimmed line of the helper's (or installer's) standard output.
     virtual void handleOutputLine(const QString& line) = 0;
+    // After a burst of handleOutputLine calls, before the event loop goes on.
+    virtual void outputHandled() {}
     virtual void setRunning(bool running) = 0;
 
     RunLog* logView = nullptr;

@@ -11,15 +11,14 @@ namespace PythonEnv {
 
 namespace {
 
-// Runs `program` with `arguments`, waiting up to `timeoutMs`. False when it did not
-// start or did not finish in time (it is then killed); *exitCode is set otherwise.
+// Runs `program` with `arguments`, waiting up to `timeoutMs` from the start on. False
+// when it did not start or did not finish in time (it is then killed); *exitCode is set
+// otherwise.
 bool runAndWait(const QString& program, const QStringList& arguments, int timeoutMs,
                 int* exitCode)
 {
     QProcess process;
     process.start(program, arguments);
-    if (!process.waitForStarted(timeoutMs))
-        return false;
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
         process.waitForFinished(1000);

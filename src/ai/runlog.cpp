@@ -20,14 +20,23 @@ void RunLog::appendLine(const QString& text, const QString& color)
 void RunLog::appendSpans(const QList<Span>& spans)
 {
     m_cursor.movePosition(QTextCursor::End);
-    if (!document()->isEmpty())
-        m_cursor.insertBlock();
+    bool afterBlank = true;
     for (const Span& span : spans) {
+        QString text;
+        text.reserve(span.text.size());
+        for (const QChar c : span.text) {
+            if (!c.isSpace() || c == QChar::Nbsp)
+                text += c;
+            else if (!afterBlank)
+                text += QLatin1Char(' ');
+            afterBlank = c.isSpace() && c != QChar::Nbsp;
+        }
         QTextCharFormat format;
         format.setForeground(QColor(span.color));
         format.setFontWeight(span.bold ? QFont::Bold : QFont::Normal);
-        m_cursor.insertText(span.text, format);
+        m_cursor.insertText(text, format);
     }
+    m_cursor.insertBlock();
     if (m_batchDepth == 0)
         scrollToEnd();
 }

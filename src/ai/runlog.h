@@ -16,8 +16,10 @@ inline constexpr char HelperError[] = "#ff5050"; // helper ERROR lines
 inline constexpr char Stderr[] = "#ff9060";      // everything on the helper's standard error
 } // namespace LogColor
 
-// The read-only, coloured log of an AI dialog. Every line is shown literally (text that
-// looks like HTML stays text), in its colour, and the view follows the newest line.
+// The read-only, coloured log of an AI dialog. Every line is shown as escaped HTML text
+// followed by a line break would show: text that looks like HTML stays text, runs of
+// white space shrink to one blank (none at the start of a line), an empty line stays
+// below the last one, and the view follows the newest line.
 //
 // Lines go in as formatted text blocks rather than as HTML with "<br>", which would keep
 // the whole log in one paragraph laid out again on every append. Between beginBatch and

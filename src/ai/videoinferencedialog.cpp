@@ -23,6 +23,8 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <utility>
+
 #include "ai/aidialogparts.h"
 #include "ai/pythonenv.h"
 #include "ui/userprompts.h"
@@ -318,9 +320,10 @@ void VideoInferenceDialog::onRemoveLabel()
 
 void VideoInferenceDialog::setRunning(bool running)
 {
+    if (running)
+        savedCount = 0; // the installer, too, ends on "Done — 0 frames saved."
     runButton->setEnabled(!running);
     stopButton->setEnabled(running);
-    installButton->setEnabled(!running);
     for (QWidget* w : {static_cast<QWidget*>(modelEdit), static_cast<QWidget*>(videoEdit),
                        static_cast<QWidget*>(outputEdit), static_cast<QWidget*>(confSlider),
                        static_cast<QWidget*>(versionCombo), static_cast<QWidget*>(frameSkipCheck)})
@@ -455,19 +458,29 @@ void VideoInferenceDialog::parseLine(const QString& line)
     }
 }
 
+void VideoInferenceDialog::handleOutputLine(const QString& line)
+{
+    m_inBurst = true;
+    parseLine(line);
+    m_inBurst = false;
+}
+
+void VideoInferenceDialog::outputHandled()
+{
+    if (!m_pendingFrame.isEmpty())
+        showSavedFrame(std::exchange(m_pendingFrame, QString()));
+}
+
 void VideoInferenceDialog::showSavedFrame(const QString& file)
 {
-    const bool scheduled = !m_pendingFrame.isEmpty();
-    m_pendingFrame = file;
-    if (scheduled)
+    if (m_inBurst) {
+        m_pendingFrame = file;
         return;
-    QTimer::singleShot(0, this, [this] {
-        QPixmap frame;
-        if (frame.load(m_pendingFrame))
-            previewLabel->setPixmap(frame.scaled(previewLabel->size(), Qt::KeepAspectRatio,
-                                                 Qt::SmoothTransformation));
-        m_pendingFrame.clear();
-    });
+    }
+    QPixmap frame;
+    if (frame.load(file))
+        previewLabel->setPixmap(frame.scaled(previewLabel->size(), Qt::KeepAspectRatio,
+                                             Qt::SmoothTransformation));
 }
 
 void VideoInferenceDialog::onPreviewTick()

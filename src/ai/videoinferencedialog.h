@@ -59,7 +59,8 @@ public Q_SLOTS:
     void onRun();
 
 protected:
-    void handleOutputLine(const QString& line) override { parseLine(line); }
+    void handleOutputLine(const QString& line) override;
+    void outputHandled() override;
     void setRunning(bool running) override;
 
 protected Q_SLOTS:
@@ -70,6 +71,8 @@ private:
     QStringList helperArguments() const;
     void showSavedFrame(const QString& file);
 
-    // The newest saved frame waiting to be shown: a burst of SAVED lines loads one image.
+    // While the helper's output is read in a burst, only its newest saved frame is
+    // loaded, at the end of the burst.
+    bool m_inBurst = false;
     QString m_pendingFrame;
 };

@@ -119,7 +119,6 @@ void YoloAnnotateDialog::setRunning(bool running)
 {
     runButton->setEnabled(!running);
     stopButton->setEnabled(running);
-    installButton->setEnabled(!running);
     modelEdit->setEnabled(!running);
     videoEdit->setEnabled(!running);
     outputEdit->setEnabled(!running);

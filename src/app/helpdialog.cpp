@@ -148,8 +148,9 @@ and whether to pick them at random or from the top of the list, then where to sa
 Each image is cropped to the area of its shapes with some padding, enlarged or reduced to fit
 a 1280 x 1024 cell, and drawn with its boxes and labels; the cells are laid out in a grid on a
 dark background. You can cancel while the images are processed, and then no file is written.
-An image that cannot be read leaves its cell empty. A collage too large to build in memory
-(several hundred images) is refused with the largest number of images that fits.</td></tr>
+An image that cannot be read leaves its cell empty. A collage larger than your computer's free
+memory (1000 images take some 4 GB) is refused with the largest number of images that fits;
+a collage of several hundred images takes a minute or more to write.</td></tr>
 </table>
 <p>Imports match files to images by file name without extension, add the boxes to those
 images, and add new label names to the label list. Imported shapes are kept in memory and are
@@ -193,7 +194,8 @@ is the rest) and an output folder, shuffles the images at random and copies them
 with their XML files, into <code>Train/images</code>, <code>Train/annotations</code>,
 <code>Test/images</code> and <code>Test/annotations</code> there. Train gets at least one image.
 Files of the same name are replaced; other files in those folders stay. Only what is saved on
-disk is copied: an image without an XML file is copied alone.</td></tr>
+disk is copied: an image without an XML file is copied alone. A long split shows its progress
+with a Cancel button; files copied before you cancel stay.</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>Convert BBoxes to Key Points</b></td><td>After a confirmation, writes for
 every image that has an XML file a file with a keypoint at the centre of each of its bounding
 boxes, with the box's label, into a <code>key_points</code> folder next to your annotations
@@ -203,7 +205,8 @@ it), then writes a box of twice that size centred on every keypoint, kept inside
 its size is known, into a <code>bounding_boxes</code> folder next to your annotations
 folder.</td></tr>
 </table>
-<p>Your own annotations folder is never changed by the split or the conversions. Both conversions
+<p>Your own annotations folder is never changed by the split or the conversions (a conversion whose
+output folder would be your annotations folder itself refuses to run). Both conversions
 show their progress with a Cancel button (files written before you cancel stay) and end with a
 summary of the images processed and skipped; running one again replaces the files of the same
 images. If some files cannot be written or copied, the summary says how many; the rest of the
@@ -251,7 +254,8 @@ the model file itself decides.</p>
 <p>The AI tools need Python 3.8 or newer with <code>ultralytics</code>, <code>opencv-python</code> and
 NumPy older than version 2. <b>Install AI Dependencies</b>, in either AI window, runs the bundled
 installer (it needs an internet connection and can take 5 to 15 minutes; its progress appears
-in the log). On Linux and macOS it:</p>
+in the log). It does nothing while a run is going: stop the run or let it end first. On Linux
+and macOS it:</p>
 <ul>
 <li>uses the Python the AI windows will use: the first of <code>python</code> and
 <code>python3</code> on the search path that runs;</li>
@@ -294,6 +298,53 @@ at the frame size and rate of the original. An existing file is never overwritte
 run writes <code>_annotated_2.mp4</code> and so on. The video gets its name only when the last
 frame is written, so a stopped run leaves no unplayable file under that name. The frame extraction
 saves clean frames; its optional XML files hold the detected boxes.</p>
+
+<h3>Pre-labelling with YOLO</h3>
+<p><b>Edit &rarr; Pre-label with YOLO...</b> runs a YOLO model over the images of the loaded
+dataset. What it finds becomes <i>proposals</i>: shapes you review instead of drawing. Choose the
+model file; its classes appear in the <b>Class Mapping</b> table, each going to the label of the
+same name (letter case aside). A class without one becomes a new label of its own name, unless
+some of the model's classes found your labels: then it is set to <b>(skip)</b>, so that a model
+trained on many classes brings only yours. Pick another label, type a new name, or choose
+<b>(skip)</b> for any class; <b>Own Names</b> and <b>Skip Unmatched</b> set the whole table one way
+or the other. Then choose which images to run on:
+<b>Unlabelled images only</b> (no annotation file and no shapes), <b>All images</b> or the
+<b>Current image only</b>, set the confidence and IoU thresholds and the most shapes per image, and
+click <b>Run Pre-labelling</b>. The log lists every image as its proposals arrive, and they appear
+in the window while the run goes on. <b>Stop</b> keeps what has arrived. An image that cannot be
+read, or that the model fails on, is reported in red and the run goes on with the next one.</p>
+<p>The model decides the kind of shape: detection models propose boxes, segmentation models
+polygons (the outer outline, holes left out, at most 64 corners), pose models a box plus a
+keypoint for each keypoint the model is sure enough of (named after the model's keypoint names, or
+<code>kp0</code>, <code>kp1</code> ...), oriented-box (OBB) models rotated boxes.</p>
+<p>Proposals are not annotations until you accept them. They are drawn dashed in their label's
+colour with the model's confidence, their number shows under the image counter, and the image
+list marks every image with open proposals with a dashed amber ring. They are kept in the hidden
+folder <code>.proposals</code> inside the annotations folder, one small file per image, and are
+still there when you load the dataset again; the exports, the split, the collage, the conversions
+and Rename / Remove Label never see them. A new run replaces the proposals an image still has
+open, and leaves out what repeats a shape the image already has (the same label in nearly the
+same place).</p>
+<h4>Reviewing proposals</h4>
+<table width="100%" cellspacing="0" cellpadding="4">
+<tr bgcolor="#2a2a2a"><td><b>Click</b> a proposal</td><td>Select it. When an image is shown, its most
+confident proposal is selected</td></tr>
+<tr><td><b>Enter</b></td><td>Accept the selected proposal: it becomes an ordinary shape and is saved
+at once</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Shift+Enter</b></td><td>Accept every proposal of the image</td></tr>
+<tr><td><b>Double-click</b> a proposal</td><td>Accept it</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Drag</b> a selected proposal or its handles</td><td>Accept it and move or
+resize it in the same drag</td></tr>
+<tr><td><b>Delete</b> / <b>Backspace</b></td><td>Reject the selected proposal</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>Shift+Delete</b></td><td>Reject every proposal of the image</td></tr>
+<tr><td><b>Right-click</b> a proposal</td><td>Accept, Reject, or accept it with another label</td></tr>
+<tr bgcolor="#2a2a2a"><td><b>N</b> / <b>Shift+N</b></td><td>Next / previous image with open proposals
+(from the last image on to the first)</td></tr>
+<tr><td><b>Escape</b></td><td>Deselect the proposal</td></tr>
+</table>
+<p>Each accept or reject is one step of <b>Ctrl+Z</b> / <b>Ctrl+Y</b>: undoing an accept takes the
+shape away and brings the proposal back. The keys work whichever pane has the focus. Selecting a shape
+deselects the proposal, so Delete then deletes the shape as usual.</p>
 
 <h3>Keyboard shortcuts</h3>
 <p>Ctrl means the Command key on macOS. The keys of the editing, clipboard, navigation and zoom

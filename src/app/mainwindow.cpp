@@ -18,6 +18,7 @@
 
 #include "app/helpdialog.h"
 #include "app/imagelistwidget.h"
+#include "app/proposalreview.h"
 #include "app/theme.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
@@ -141,6 +142,7 @@ MainWindow::MainWindow(QWidget* parent)
 
     buildToolbar();
     buildCentralArea();
+    proposalReview = new ProposalReview(this);
 
     statusLabel = new QLabel(QStringLiteral("No data loaded. Click 'Load Data' to begin."));
     statusLabel->setObjectName(QStringLiteral("statusLabel"));
@@ -306,6 +308,8 @@ void MainWindow::buildToolbar()
                       QStringLiteral("AI Video Frame Extraction (YOLO)..."));
     QAction* annotateVideoAction = addMenuAction(
         editMenu, QStringLiteral("yoloAnnotateVideoAction"), QStringLiteral("Annotate Video with YOLO..."));
+    QAction* prelabelAction = addMenuAction(editMenu, QStringLiteral("prelabelAction"),
+                                            QStringLiteral("Pre-label with YOLO..."));
     editMenu->addSeparator();
     QAction* checkAction = addMenuAction(editMenu, QStringLiteral("checkDatasetAction"),
                                          QStringLiteral("Check Dataset..."));
@@ -323,6 +327,7 @@ void MainWindow::buildToolbar()
     connect(extractAction, &QAction::triggered, this, &MainWindow::onExtractVideoFrames);
     connect(inferenceAction, &QAction::triggered, this, &MainWindow::onYoloInference);
     connect(annotateVideoAction, &QAction::triggered, this, &MainWindow::onYoloAnnotateVideo);
+    connect(prelabelAction, &QAction::triggered, this, &MainWindow::onPrelabel);
     connect(checkAction, &QAction::triggered, this, &MainWindow::onCheckDataset);
     connect(splitAction, &QAction::triggered, this, &MainWindow::onExportSplit);
     connect(toKeyPointsAction, &QAction::triggered, this, &MainWindow::onConvertBBoxesToKeyPoints);

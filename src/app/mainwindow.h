@@ -12,6 +12,7 @@ class AnnotationsPanel;
 class CheckDialog;
 class ImageCanvas;
 class ImageListWidget;
+class ProposalReview;
 class QComboBox;
 class QLabel;
 class QToolButton;
@@ -25,7 +26,8 @@ class QToolButton;
 // combos), mainwindow_labelops.cpp (label changes across the dataset),
 // mainwindow_exportimport.cpp, mainwindow_tools.cpp (split, conversions, collage),
 // mainwindow_training.cpp (dataset check, export for training),
-// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos).
+// mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos),
+// mainwindow_prelabel.cpp (YOLO over the dataset; the review is ProposalReview's).
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -72,6 +74,7 @@ public:
     QComboBox* createCombo = nullptr;
     ImageCanvas* canvas = nullptr;
     QLabel* statusLabel = nullptr;
+    ProposalReview* proposalReview = nullptr;
     // The result of the last dataset check; made on the first check.
     CheckDialog* checkDialog = nullptr;
 
@@ -117,6 +120,7 @@ private Q_SLOTS:
     void onExtractVideoFrames();
     void onYoloInference();
     void onYoloAnnotateVideo();
+    void onPrelabel();
     void onConvertBBoxesToKeyPoints();
     void onConvertKeyPointsToBBoxes();
     void onExportYoloPose();

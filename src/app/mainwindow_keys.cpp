@@ -8,12 +8,15 @@
 #include <QLineEdit>
 #include <QTextEdit>
 
+#include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 
 // Keys the focused widget left unhandled. Shortcuts live here rather than on actions so
 // that the canvas and text fields see their keys first.
 void MainWindow::keyPressEvent(QKeyEvent* event)
 {
+    if (proposalReview->handleKey(event))
+        return;
     const bool ctrl = event->modifiers().testFlag(Qt::ControlModifier);
     switch (event->key()) {
     case Qt::Key_Plus:
@@ -105,6 +108,7 @@ bool isWindowKeyTakenByLists(const QKeyEvent* key)
     case Qt::Key_A:
         return true;
     case Qt::Key_D:
+    case Qt::Key_N:
         return !ctrl;
     case Qt::Key_C:
     case Qt::Key_V:

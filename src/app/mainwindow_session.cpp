@@ -18,6 +18,7 @@
 
 #include "app/imagelistwidget.h"
 #include "app/loaddatadialog.h"
+#include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
 #include "model/datasetfolders.h"
@@ -123,6 +124,7 @@ void MainWindow::rebuildImageList()
     // The image shown belongs to the list just dropped; left on the canvas it would take
     // drawing that no record receives.
     showNoImage();
+    proposalReview->datasetOpened();
 
     if (files.isEmpty()) {
         statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
@@ -232,6 +234,7 @@ void MainWindow::loadImageAt(int row)
     canvas->setImage(pixmap);
     canvas->setBoxes(record.boxes);
     canvas->setImageInfo(row + 1, images.size());
+    proposalReview->imageShown();
 
     if (QListWidgetItem* item = imageList->item(row))
         imageList->scrollToItem(item);
@@ -397,6 +400,7 @@ void MainWindow::pushUndo()
     historyBeforeChange = History{undoStack, redoStack};
     pushLimited(undoStack, canvas->boxes());
     redoStack.clear();
+    proposalReview->historyPushed();
 }
 
 void MainWindow::onCanvasChangeCancelled()
@@ -406,6 +410,7 @@ void MainWindow::onCanvasChangeCancelled()
     undoStack = historyBeforeChange->undo;
     redoStack = historyBeforeChange->redo;
     historyBeforeChange.reset();
+    proposalReview->historyCancelled();
 }
 
 void MainWindow::onCanvasBoxesChanged()
@@ -442,6 +447,7 @@ void MainWindow::onUndo()
         return;
     pushLimited(redoStack, canvas->boxes());
     restoreSnapshot(undoStack.takeLast());
+    proposalReview->stepBack();
 }
 
 void MainWindow::onRedo()
@@ -450,6 +456,7 @@ void MainWindow::onRedo()
         return;
     pushLimited(undoStack, canvas->boxes());
     restoreSnapshot(redoStack.takeLast());
+    proposalReview->stepForward();
 }
 
 void MainWindow::onAnnotationDeleteRequested(int index)

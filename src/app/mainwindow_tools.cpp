@@ -247,7 +247,10 @@ void MainWindow::onExportSplit()
             return true;
         sinceEvents.restart();
         progress.setValue(done);
-        QCoreApplication::processEvents();
+        // Until the dialog shows, clicks and keys wait: the window must not act on them
+        // in the middle of the split.
+        QCoreApplication::processEvents(progress.isVisible() ? QEventLoop::AllEvents
+                                                             : QEventLoop::ExcludeUserInputEvents);
         return !progress.wasCanceled();
     });
     progress.close();

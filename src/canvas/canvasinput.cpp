@@ -97,7 +97,8 @@ void ImageCanvas::rightPress(const QPointF& widgetPos)
 {
     const int index = m_labelNames.isEmpty() ? -1 : hitTestBox(widgetPos);
     if (index < 0) {
-        startPan(widgetPos);
+        if (!proposalMenu(widgetPos))
+            startPan(widgetPos);
         return;
     }
     if (index != m_selectedIndex) {
@@ -163,6 +164,9 @@ void ImageCanvas::leftPress(const QPointF& pos)
         }
         return;
     }
+
+    if (m_wipPoints.isEmpty() && proposalPress(pos))
+        return;
 
     if (m_currentShape == ShapeType::Polygon || m_currentShape == ShapeType::Cuboid) {
         // Every click is a vertex, also one on an existing shape.
@@ -286,6 +290,8 @@ void ImageCanvas::mouseMoveEvent(QMouseEvent* event)
 {
     const QPointF pos = roundedPosition(event->position());
     m_hoverImagePos = widgetToImage(pos);
+    if (m_pendingProposal >= 0 && event->buttons().testFlag(Qt::LeftButton) && pos != m_pendingPress)
+        takePendingProposal();
     switch (m_dragMode) {
     case None:
         updateCursor(pos);
@@ -426,6 +432,7 @@ void ImageCanvas::dragTo(const QPointF& imagePos)
 void ImageCanvas::mouseReleaseEvent(QMouseEvent* event)
 {
     const QPointF pos = roundedPosition(event->position());
+    m_pendingProposal = -1;
     switch (m_dragMode) {
     case Pan:
         m_dragMode = None;
@@ -523,6 +530,9 @@ void ImageCanvas::mouseDoubleClickEvent(QMouseEvent* event)
     // The first press of the pair has already placed the vertex; for a polygon the
     // double-click only closes it. A cuboid is closed by its 8th point alone: there the
     // double-click stands for the second press of two quick clicks, each adding a point.
+    event->accept();
+    if (event->button() == Qt::LeftButton && proposalDoubleClick(roundedPosition(event->position())))
+        return;
     if (event->button() == Qt::LeftButton && m_currentShape == ShapeType::Polygon
         && m_wipPoints.size() >= 3)
         finaliseWip();
@@ -578,13 +588,15 @@ void ImageCanvas::keyPressEvent(QKeyEvent* event)
             deselect();
             clearDrawingCoords();
             Q_EMIT changeCancelled();
-        } else if (hasValidSelection() || m_allSelected) {
+        } else if (hasValidSelection() || m_allSelected || m_selectedProposal >= 0) {
             deselect();
         }
         event->accept();
         return;
     case Qt::Key_Delete:
     case Qt::Key_Backspace:
+        if (event->modifiers().testFlag(Qt::ShiftModifier) && !m_proposals.isEmpty())
+            break; // the main window's: rejecting every proposal
         deleteSelected();
         event->accept();
         return;
@@ -592,6 +604,8 @@ void ImageCanvas::keyPressEvent(QKeyEvent* event)
     case Qt::Key_Enter:
         if (m_currentShape == ShapeType::Polygon && m_wipPoints.size() >= 3)
             finaliseWip();
+        else if (!m_proposals.isEmpty() && m_wipPoints.isEmpty())
+            break; // the main window's: accepting proposals
         event->accept();
         return;
     case Qt::Key_Left:

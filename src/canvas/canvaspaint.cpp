@@ -345,6 +345,7 @@ void ImageCanvas::paintEvent(QPaintEvent* event)
         drawAnnotation(p, b, m_allSelected || i == m_selectedIndex);
     }
 
+    drawProposals(p);
     drawWipShape(p);
     paintImageCounter(p);
     paintHint(p);
@@ -594,6 +595,8 @@ QString ImageCanvas::hintText() const
             return QStringLiteral("Cuboid: %1/8 pts  |  Click to add  |  Esc cancel")
                 .arg(m_wipPoints.size());
     }
+    if (validProposal(m_selectedProposal))
+        return proposalHint();
     if (m_allSelected)
         return QStringLiteral("All selected  |  Ctrl+C copy  |  Del delete");
     if (hasValidSelection())

@@ -26,6 +26,7 @@ void ImageCanvas::setImage(const QPixmap& pixmap)
     m_selectedIndex = -1;
     m_allSelected = false;
     m_dragMode = None;
+    setProposals({});
     recomputeFitScale();
     setCursor(Qt::CrossCursor);
     clearDrawingCoords();
@@ -261,6 +262,7 @@ void ImageCanvas::deselect()
 {
     m_selectedIndex = -1;
     m_allSelected = false;
+    m_selectedProposal = -1;
     setCursor(Qt::CrossCursor);
     Q_EMIT selectionChanged(-1);
     update();
@@ -274,6 +276,8 @@ void ImageCanvas::setSelectedIndex(int index)
     if (index < 0 || index >= m_boxes.size()) {
         index = -1;
         setCursor(Qt::CrossCursor);
+    } else {
+        m_selectedProposal = -1;
     }
     m_selectedIndex = index;
     update();
@@ -290,11 +294,16 @@ void ImageCanvas::selectAll()
         return;
     m_allSelected = true;
     m_selectedIndex = -1;
+    m_selectedProposal = -1;
     update();
 }
 
 void ImageCanvas::deleteSelected()
 {
+    if (validProposal(m_selectedProposal)) {
+        Q_EMIT proposalRejectRequested(m_selectedProposal);
+        return;
+    }
     if (m_allSelected) {
         m_boxes.clear();
         m_allSelected = false;

@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "model/annotation.h"
+#include "model/proposals.h"
 
 // The centre pane: shows the current image, maps image <-> widget pixels, zooms and
 // pans, paints the shapes and lets the user draw and edit them. It keeps its own copy
@@ -97,6 +98,16 @@ public:
     static QList<QPointF> rotatedBoxCorners(const QPointF& centre, double w, double h,
                                             double angleDegrees);
 
+    // --- Proposals (canvasproposals.cpp) ----------------------------------------------
+    // Shapes a model proposed, drawn dashed with their confidence until the main window
+    // takes them over as shapes or drops them. One may be selected: Delete rejects it,
+    // and dragging it or one of its handles turns it into a shape being moved or resized.
+    void setProposals(const QList<Proposal>& proposals, int selected = -1);
+    const QList<Proposal>& proposals() const { return m_proposals; }
+    int selectedProposal() const { return m_selectedProposal; }
+    // Index of the smallest proposal under a widget position, or -1.
+    int hitTestProposal(const QPointF& pos) const;
+
     // Label given to new shapes; assigned directly by the main window.
     QString currentLabel = QStringLiteral("object");
 
@@ -109,6 +120,13 @@ Q_SIGNALS:
     // The change announced by the last aboutToChange() will not come (Escape during a
     // creating drag): the shapes are as they were before it.
     void changeCancelled();
+    // A drag took proposal `index` over: it is now the last shape, selected and being
+    // edited, announced by aboutToChange() before and boxesChanged() at the release.
+    void proposalAccepted(int index);
+    // Double-click or the context menu: accept (with `label`, or its own when empty).
+    void proposalAcceptRequested(int index, const QString& label);
+    // Delete with the proposal selected, or the context menu.
+    void proposalRejectRequested(int index);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -148,6 +166,10 @@ public:
     bool m_spaceHeld = false;
     int m_imageIndex = 0;
     int m_imageCount = 0;
+    QList<Proposal> m_proposals;
+    int m_selectedProposal = -1;
+    int m_pendingProposal = -1; // pressed, taken over at the first move
+    QPointF m_pendingPress;
 
 private:
     bool hasValidSelection() const;
@@ -179,6 +201,16 @@ private:
     void finishCreate();
     void finishEdit(DragMode mode);
     bool nudgeSelected(int key, Qt::KeyboardModifiers modifiers);
+
+    // Proposals (canvasproposals.cpp).
+    bool validProposal(int index) const { return index >= 0 && index < m_proposals.size(); }
+    bool onSelectedProposal(const QPointF& pos);
+    bool proposalPress(const QPointF& pos);
+    void takePendingProposal();
+    bool proposalDoubleClick(const QPointF& pos);
+    bool proposalMenu(const QPointF& pos);
+    void drawProposals(QPainter& p) const;
+    QString proposalHint() const;
 
     // Painting (canvaspaint.cpp).
     struct PaintCache;

@@ -28,8 +28,8 @@ namespace DatasetTools {
 
 namespace {
 
-// Past 2 GiB (some 500 cells) the PNG takes minutes to write and few viewers open it.
-constexpr qint64 kMaxCanvasBytes = qint64(2) << 30;
+// Where the system does not say how much memory is free.
+constexpr qint64 kUnknownMemoryLimit = qint64(2) << 30;
 // Left free beside the canvas for the source image being read and scaled.
 constexpr qint64 kWorkingMemory = qint64(256) << 20;
 
@@ -71,8 +71,8 @@ qint64 collageCanvasLimit()
 {
     const qint64 available = availableMemory();
     if (available < 0)
-        return kMaxCanvasBytes;
-    return qBound(qint64(0), available - kWorkingMemory, kMaxCanvasBytes);
+        return kUnknownMemoryLimit;
+    return qMax(qint64(0), available - kWorkingMemory);
 }
 
 } // namespace DatasetTools
@@ -208,15 +208,20 @@ QImage readScaledCrop(const QString& path, const QRect& area, QRect* crop)
     if (crop->isEmpty())
         return QImage();
     const QSize target = crop->size().scaled(kCellWidth, kCellHeight, Qt::KeepAspectRatio);
-    QRect piece = *crop;
-    if (source.size() != full) {
-        const double fx = double(source.width()) / full.width();
-        const double fy = double(source.height()) / full.height();
-        piece = QRectF(crop->x() * fx, crop->y() * fy, crop->width() * fx, crop->height() * fy)
-                    .toAlignedRect()
-                    .intersected(source.rect());
-    }
-    return source.copy(piece).scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    // In a reduced image the crop's edges rarely fall on whole pixels: such a crop is
+    // drawn from its exact place, so that the picture stays under the boxes drawn from
+    // the full-size coordinates.
+    const double fx = double(source.width()) / full.width();
+    const double fy = double(source.height()) / full.height();
+    const QRectF exact(crop->x() * fx, crop->y() * fy, crop->width() * fx, crop->height() * fy);
+    if (QRectF(exact.toRect()) == exact)
+        return source.copy(exact.toRect()).scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    QImage scaled(target, source.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32);
+    QPainter painter(&scaled);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(QRectF(QPointF(0, 0), QSizeF(target)), source, exact);
+    return scaled;
 }
 
 // The scaled, annotated crop of one image; a null image when the record has no shapes,
@@ -291,8 +296,9 @@ ExportImportResult exportCollage(const QList<ImageAnnotations>& images,
             return {false, QStringLiteral("Export cancelled by user."), placed};
     }
     painter.end();
-    if (progress && !progress(-1, n))
-        return {false, QStringLiteral("Export cancelled by user."), placed};
+    // Past the last image there is nothing left to cancel: the answer is not looked at.
+    if (progress)
+        progress(-1, n);
 
     // Written beside the target and renamed over it, so that a failed write leaves no
     // partial PNG and an existing file stays as it was.

@@ -103,8 +103,8 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
 int collageColumns(int n);
 // Canvas size for n images: columns x 1288 + 8 by rows x 1032 + 8.
 QSize collageCanvasSize(int n);
-// The largest canvas, in bytes, that the collage export builds: 2 GiB, or less when
-// the system reports less free memory.
+// The largest canvas, in bytes, that the collage export builds: the free memory the
+// system reports, less room for reading one image; 2 GiB when it reports none.
 qint64 collageCanvasLimit();
 
 } // namespace DatasetTools

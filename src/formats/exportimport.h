@@ -56,9 +56,10 @@ ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
 
 // Renders a grid of annotated crops of up to `count` annotated images (the first ones,
 // or a random pick) into one PNG at `path`; count is the number of images placed.
-// progress(done, total) is called after each placed image and once with done = -1
-// before the file is written; returning false cancels, and nothing is written. The file
-// is replaced atomically. A canvas too large for memory is refused with a message.
+// progress(done, total) is called after each placed image, where returning false
+// cancels and nothing is written, and once with done = -1 before the file is written,
+// whatever it returns. The file is replaced atomically. A canvas too large for memory is
+// refused with a message.
 ExportImportResult exportCollage(const QList<ImageAnnotations>& images,
                                  const QMap<QString, QColor>& colours, int count, bool randomize,
                                  const QString& path, std::function<bool(int, int)> progress);

@@ -9,6 +9,25 @@ constexpr int kXSize = 18;
 constexpr int kMinRowHeight = 30;
 // Width kept free at the right of a row for the X mark.
 constexpr int kXReserve = 32;
+constexpr int kMarkReserve = 16;
+
+// The mark of a row with open proposals: a dashed ring round a dot, drawn like the
+// proposals themselves.
+void paintMark(QPainter* painter, const QPointF& centre)
+{
+    const QColor amber(255, 176, 64);
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing, true);
+    QPen ring(amber, 1.3, Qt::CustomDashLine);
+    ring.setDashPattern({2.0, 1.6});
+    painter->setPen(ring);
+    painter->setBrush(Qt::NoBrush);
+    painter->drawEllipse(centre, 5.5, 5.5);
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(amber);
+    painter->drawEllipse(centre, 2.2, 2.2);
+    painter->restore();
+}
 } // namespace
 
 ImageListDelegate::ImageListDelegate(QObject* parent) : QStyledItemDelegate(parent) {}
@@ -34,7 +53,13 @@ void ImageListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
     initStyleOption(&opt, index);
     QStyleOptionViewItem textOpt = opt;
     textOpt.rect.setRight(textOpt.rect.right() - kXReserve);
+    const bool marked = rowMarked && rowMarked(index.row());
+    if (marked)
+        textOpt.rect.setRight(textOpt.rect.right() - kMarkReserve);
     QApplication::style()->drawControl(QStyle::CE_ItemViewItem, &textOpt, painter, nullptr);
+    if (marked)
+        paintMark(painter, QPointF(textOpt.rect.right() + kMarkReserve / 2.0 + 1,
+                                   option.rect.center().y() + 0.5));
 
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing, true);

@@ -2,6 +2,8 @@
 
 #include <QStyledItemDelegate>
 
+#include <functional>
+
 // Paints a list row with a clickable X mark at its right end. Used by the image list
 // and by the annotations panel.
 class ImageListDelegate : public QStyledItemDelegate {
@@ -18,6 +20,9 @@ public:
     bool handleMouseMove(const QPoint& pos, const QModelIndex& index, const QRect& itemRect);
 
     int hoverRow = -1;
+    // Rows for which this says true carry a small dashed mark before the X (the image
+    // list: images with open proposals). The row text is left as it is.
+    std::function<bool(int row)> rowMarked;
 
 Q_SIGNALS:
     void removeRequested(int row);

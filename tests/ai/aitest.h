@@ -49,7 +49,8 @@ struct Sandbox {
     QTemporaryDir dir;
     const char* vars[3] = {"PATH", "PYTHONPATH", "TMPDIR"};
     QByteArray saved[3] = {qgetenv(vars[0]), qgetenv(vars[1]), qgetenv(vars[2])};
-    const QStringList scripts{"yolo_inference.py", "yolo_annotate_video.py", "install_python_deps_mac.sh"};
+    const QStringList scripts{"yolo_inference.py", "yolo_annotate_video.py", "yolo_prelabel.py",
+                              "install_python_deps_mac.sh"};
 
     Sandbox()
     {
@@ -78,23 +79,19 @@ struct Sandbox {
     }
 };
 
+// A fake model that finds person (red) with confidence 0.9 and car (blue) with 0.4.
+inline const QByteArray model = R"({"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
+                                   {"name": "car", "bgr": [255, 0, 0], "conf": 0.4}], "keypoints": true})";
+
 // 160 x 120, 10 fps, 20 frames: a red square ("person", pixels 10..49 x 20..49) in frames
-// 1-10, a blue one ("car", 80..139 x 60..99) in frames 6-15, nothing in 16-20. The fake
-// model finds person with confidence 0.9 and car with 0.4.
-inline void makeVideoAndModel(const QString& video, const QString& model)
+// 1-10, a blue one ("car", 80..139 x 60..99) in frames 6-15, nothing in 16-20.
+inline void makeVideo(const QString& video)
 {
     QProcess p;
-    p.start("/usr/bin/python3", {"-c", R"(import sys, cv2, numpy as np
-w = cv2.VideoWriter(sys.argv[1], cv2.VideoWriter_fourcc(*"MJPG"), 10, (160, 120))
-for i in range(20):
-    f = np.zeros((120, 160, 3), np.uint8)
-    if i < 10: f[20:50, 10:50] = (0, 0, 255)
-    if 5 <= i < 15: f[60:100, 80:140] = (255, 0, 0)
-    w.write(f)
-w.release())", video});
+    p.start("/usr/bin/ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "color=c=black:s=160x120:r=10", "-frames:v", "20",
+                                "-vf", "drawbox=10:20:40:30:red:fill:enable='lt(n,10)',drawbox=80:60:60:40:blue:fill:"
+                                "enable='between(n,5,14)'", "-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p", video});
     QVERIFY(p.waitForFinished(30000) && p.exitCode() == 0);
-    writeFile(model, R"({"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
-                        {"name": "car", "bgr": [255, 0, 0], "conf": 0.4}], "keypoints": true})");
 }
 
 inline QPushButton* button(QWidget* dialog, const char* name)

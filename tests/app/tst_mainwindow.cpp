@@ -308,6 +308,7 @@ private Q_SLOTS:
                                              "Extract Video Frames...",
                                              "AI Video Frame Extraction (YOLO)...",
                                              "Annotate Video with YOLO...",
+                                             "Pre-label with YOLO...",
                                              "-",
                                              "Split Dataset into Train/Test subsets...",
                                              "-",

@@ -58,20 +58,21 @@ def parse_arguments(argv):
 def import_packages():
     # Failures are reported as ERROR lines; OpenCV's own log would only repeat them.
     os.environ.setdefault("OPENCV_LOG_LEVEL", "OFF")
-    missing = []
-    for module, package in (("numpy", "numpy"), ("cv2", "opencv-python")):
-        try:
-            __import__(module)
-        except ImportError:
-            missing.append(package)
+    # Looked up before anything is imported, which takes seconds, so that every missing
+    # package is named at once.
+    from importlib.util import find_spec
+    missing = [package for module, package in (("numpy", "numpy"), ("cv2", "opencv-python"),
+                                               ("ultralytics", "ultralytics"))
+               if find_spec(module) is None]
     if missing:
-        fail("Missing Python package(s): %s. %s" % (", ".join(missing), PIP_HINT), 3)
+        fail("Missing Python package%s: %s. %s" % ("s" if len(missing) > 1 else "",
+                                                   ", ".join(missing), PIP_HINT), 3)
     try:
+        import cv2  # noqa: F401
         from ultralytics import YOLO
-    except ImportError:
-        fail("Missing Python package: ultralytics. " + PIP_HINT, 3)
-    except Exception as e:
-        fail("Could not import ultralytics (%s: %s). %s" % (type(e).__name__, e, PIP_HINT), 3)
+    except Exception as e:  # a broken installation, e.g. NumPy 2 under an old torch
+        module = e.name if isinstance(e, ImportError) and e.name else "ultralytics"
+        fail("Could not import %s (%s: %s). %s" % (module, type(e).__name__, e, PIP_HINT), 3)
     return YOLO
 
 
@@ -85,10 +86,10 @@ def output_paths(folder, video):
 
 
 def run(args):
-    YOLO = import_packages()
-    import cv2
     if not os.path.isfile(args.model):
         fail("Model file not found: " + args.model, 2)
+    YOLO = import_packages()
+    import cv2
     try:
         model = YOLO(args.model)
     except Exception as e:
@@ -147,6 +148,8 @@ def run(args):
 
 
 def main():
+    # Brindle reads the records as UTF-8 whatever the locale says.
+    sys.stdout.reconfigure(encoding="utf-8", errors="replace")
     args = parse_arguments(sys.argv[1:])
     try:
         run(args)

@@ -80,29 +80,25 @@ def parse_arguments(argv):
 def import_packages():
     # Failures are reported as ERROR lines; OpenCV's own log would only repeat them.
     os.environ.setdefault("OPENCV_LOG_LEVEL", "OFF")
-    missing = []
-    try:
-        import numpy  # noqa: F401
-    except ImportError:
-        missing.append("numpy")
+    # Looked up before anything is imported, which takes seconds, so that every missing
+    # package is named at once.
+    from importlib.util import find_spec
+    missing = [package for module, package in (("numpy", "numpy"), ("cv2", "opencv-python"),
+                                               ("ultralytics", "ultralytics"))
+               if find_spec(module) is None]
+    if missing:
+        fail("Missing Python package%s: %s. %s" % ("s" if len(missing) > 1 else "",
+                                                   ", ".join(missing), PIP_HINT), 3)
     try:
         import cv2  # noqa: F401
-    except ImportError:
-        missing.append("opencv-python")
-    if missing:
-        fail("Missing Python package(s): %s. %s" % (", ".join(missing), PIP_HINT), 3)
-    try:
         from ultralytics import YOLO
-    except ImportError:
-        fail("Missing Python package: ultralytics. " + PIP_HINT, 3)
     except Exception as e:  # a broken installation, e.g. NumPy 2 under an old torch
-        fail("Could not import ultralytics (%s: %s). %s" % (type(e).__name__, e, PIP_HINT), 3)
+        module = e.name if isinstance(e, ImportError) and e.name else "ultralytics"
+        fail("Could not import %s (%s: %s). %s" % (module, type(e).__name__, e, PIP_HINT), 3)
     return YOLO
 
 
 def load_model(YOLO, path):
-    if not os.path.isfile(path):
-        fail("Model file not found: " + path, 2)
     try:
         return YOLO(path)
     except Exception as e:
@@ -306,6 +302,8 @@ class FrameWriter:
 
 
 def run(args):
+    if not os.path.isfile(args.model):
+        fail("Model file not found: " + args.model, 2)
     YOLO = import_packages()
     import cv2
     model = load_model(YOLO, args.model)
@@ -377,6 +375,8 @@ def run(args):
 
 
 def main():
+    # Brindle reads the records as UTF-8 whatever the locale says.
+    sys.stdout.reconfigure(encoding="utf-8", errors="replace")
     args = parse_arguments(sys.argv[1:])
     try:
         run(args)

@@ -1,0 +1,569 @@
+#include <QAction>
+#include <QBuffer>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QPainter>
+#include <QRadioButton>
+#include <QTableWidget>
+#include <QtMath>
+
+#include "ai/aitest.h"
+#include "ai/prelabeldialog.h"
+#include "app/imagelistwidget.h"
+#include "app/mainwindow.h"
+#include "app/proposalreview.h"
+#include "canvas/imagecanvas.h"
+#include "model/vocxml.h"
+#include "support/records.h"
+#include "support/scriptedprompts.h"
+
+// Pre-labelling: the shipped helper with Debian's Python and the fake ultralytics, alone
+// and through the real dialog and window; then the review of the proposals it leaves.
+
+using namespace AiTest;
+
+namespace {
+
+// The fake model: red pixels are "person" (0.9), blue ones "car" (0.6), green makes it fail.
+QByteArray modelJson(const QString& task, const QString& extra = {})
+{
+    return QString(R"({"task": "%1", "classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
+        {"name": "car", "bgr": [255, 0, 0], "conf": 0.6}], "kconf": [0.9, 0.9, 0.1, 0.9],
+        "fail_bgr": [0, 255, 0]%2})").arg(task, extra).toUtf8();
+}
+
+// 160 x 120 images made of: r, a red 40 x 30 box at (10, 20); q, a blue 70 x 70 square at
+// (75, 35) with a 20 x 20 hole; p, blue squares of 60 and 20; s, a blue star of 100 spikes; o, a blue 60 x 20 box turned
+// by 30 degrees round (80, 60); g, a green corner. "e" is a 48 x 32 JPEG with its left 16
+// columns red, stored turned: EXIF orientation 6 shows it 32 x 48, the band at the top.
+void makeImage(const QString& path, const QString& what)
+{
+    QImage img(what == "e" ? QSize(48, 32) : QSize(160, 120), QImage::Format_RGB32);
+    img.fill(Qt::black);
+    QPainter p(&img);
+    p.setPen(Qt::NoPen);
+    p.fillRect(0, 0, what == "e" ? 16 : 0, 32, Qt::red);
+    if (what.contains('r'))
+        p.fillRect(10, 20, 40, 30, Qt::red);
+    if (what.contains('q')) {
+        p.fillRect(75, 35, 70, 70, Qt::blue);
+        p.fillRect(100, 60, 20, 20, Qt::black);
+    }
+    if (what.contains('p')) { // two pieces
+        p.fillRect(20, 20, 60, 60, Qt::blue);
+        p.fillRect(100, 90, 20, 20, Qt::blue);
+    }
+    if (what.contains('g'))
+        p.fillRect(0, 0, 10, 10, Qt::green);
+    QPolygonF star;
+    for (int i = 0; i < 200; ++i)
+        star << QPointF(80, 60) + (i % 2 ? 35 : 55) * QPointF(qCos(i * M_PI / 100), qSin(i * M_PI / 100));
+    p.setBrush(Qt::blue);
+    if (what.contains('s'))
+        p.drawPolygon(star);
+    p.translate(80, 60);
+    p.rotate(30);
+    if (what.contains('o'))
+        p.fillRect(-30, -10, 60, 20, Qt::blue);
+    p.end();
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    img.save(&buffer, what == "e" ? "JPG" : "PNG", 100);
+    if (what == "e") {
+        const QByteArray app1 = QByteArray("Exif\0\0MM\0\x2a\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x06\0\0\0\0\0\0", 32);
+        bytes.insert(2, QByteArray("\xff\xe1\0\x22", 4) + app1);
+    }
+    writeFile(path, bytes);
+}
+
+QString round5(double v)
+{
+    return QString::number(qRound(v / 5) * 5);
+}
+
+// A shape as the tests compare it: class, kind, bounds (rotated boxes: angle, size and
+// centre to 5 units), and the vertex count of small polygons.
+QString describe(const QJsonObject& s)
+{
+    QList<QPointF> pts;
+    for (const QJsonValue& v : s["points"].toArray())
+        pts << QPointF(v[0].toDouble(), v[1].toDouble());
+    QString d = s["class"].toString() + ' ' + s["type"].toString() + ' ';
+    if (s["type"] == "rotatedbox") {
+        const QPointF c = (pts[0] + pts[2]) / 2;
+        return d + QString("a%1 %2x%3 @%4,%5").arg(round5(s["angle"].toDouble()), round5(QLineF(pts[0], pts[1]).length()),
+                                                  round5(QLineF(pts[1], pts[2]).length()), round5(c.x()), round5(c.y()));
+    }
+    if (pts.size() > 8) // an outline simplified down to the limit
+        return d + (pts.size() <= 64 ? "9 to 64 vertices" : "too many vertices");
+    const QRect r = pointsBoundingRect(pts);
+    d += QString("%1,%2-%3,%4").arg(r.left()).arg(r.top()).arg(r.left() + r.width()).arg(r.top() + r.height());
+    return s["type"] == "polygon" ? d + QString(" n%1").arg(pts.size()) : d;
+}
+
+struct Helper {
+    int exitCode;
+    QStringList out;
+    QByteArray err;
+    QString kinds() const
+    {
+        QStringList k;
+        for (const QString& line : out)
+            k << line.section(':', 0, 0);
+        return k.join(' ');
+    }
+};
+
+// Runs yolo_prelabel.py on images i0, i1 ... made from `kinds` ("-" = not an image, "!" = no file).
+Helper runHelper(const Sandbox& box, const QByteArray& modelText, const QStringList& kinds, const QStringList& extra = {})
+{
+    QStringList list;
+    for (int i = 0; i < kinds.size(); ++i) {
+        const QString path = box.path(QString("i%1.%2").arg(i).arg(kinds[i] == "e" ? "jpg" : "png"));
+        if (kinds[i] == "-")
+            writeFile(path, "not an image");
+        else if (kinds[i] != "!")
+            makeImage(path, kinds[i]);
+        list << path;
+    }
+    writeFile(box.path("list.txt"), list.join('\n').toUtf8());
+    writeFile(box.path("m.pt"), modelText);
+    QProcess helper;
+    helper.start("/usr/bin/python3", QStringList{AI_SCRIPTS_DIR "/yolo_prelabel.py", "--model", box.path("m.pt"),
+                                                 "--list", box.path("list.txt")} + extra);
+    helper.waitForFinished(60000);
+    return {helper.exitCode(), QString::fromUtf8(helper.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
+            helper.readAllStandardError()};
+}
+
+QStringList results(const Helper& run)
+{
+    QStringList found;
+    for (const QString& line : run.out.filter(QRegularExpression("^RESULT:"))) {
+        const QJsonObject o = QJsonDocument::fromJson(line.mid(7).toUtf8()).object();
+        QStringList shapes;
+        for (const QJsonValue& s : o["shapes"].toArray())
+            shapes << describe(s.toObject());
+        found << QString("%1 %2x%3: %4").arg(o["image"].toString()).arg(o["width"].toInt()).arg(o["height"].toInt())
+                     .arg(shapes.join("; "));
+    }
+    return found;
+}
+
+// A dataset folder of images named by their content, an interpreter and the script in
+// place, and the window on it.
+struct Dataset : Sandbox {
+    QString images = path("images"), annotations = path("images/annotations");
+    Dataset(const QStringList& kinds, const QString& task = "detect")
+    {
+        link("python", "/usr/bin/python3");
+        placeScript("yolo_prelabel.py");
+        QDir().mkpath(annotations);
+        for (const QString& s : kinds)
+            makeImage(images + '/' + s.section(':', 0, 0) + ".png", s.section(':', 1));
+        writeFile(path("m.pt"), modelJson(task));
+    }
+    void writeProposals(const QString& image, const QList<Proposal>& proposals) const
+    {
+        QDir().mkpath(annotations + "/.proposals");
+        writeFile(annotations + "/.proposals/" + image + ".json", Proposals::toJson(image + ".png", proposals));
+    }
+    // image -> labels of its open proposals, as the sidecars on disk hold them
+    QStringList sidecars() const
+    {
+        QStringList out;
+        for (const QFileInfo& f : QDir(annotations + "/.proposals").entryInfoList({"*.json"}, QDir::Files, QDir::Name)) {
+            QList<Proposal> list;
+            Proposals::fromJson(readFile(f.filePath()).toUtf8(), &list);
+            QStringList labels;
+            for (const Proposal& p : list)
+                labels << p.shape.label;
+            out << f.completeBaseName() + ": " + labels.join(' ');
+        }
+        return out;
+    }
+};
+
+Proposal proposal(const QString& label, double conf, int x)
+{
+    return {box(label, x, 20, x + 39, 49), conf};
+}
+
+QMap<QString, QByteArray> contents(const QString& folder)
+{
+    QMap<QString, QByteArray> out;
+    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString f = it.next();
+        out.insert(QDir(folder).relativeFilePath(f), readFile(f).toUtf8());
+    }
+    return out;
+}
+
+} // namespace
+
+class TestPrelabel : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void helperShapes_data();
+    void helperShapes();
+    void helperErrors_data();
+    void helperErrors();
+    void mappingDefaults_data();
+    void mappingDefaults();
+    void run_data();
+    void run();
+    void review_data();
+    void review();
+    void exportsIgnoreProposals_data();
+    void exportsIgnoreProposals();
+};
+
+void TestPrelabel::helperShapes_data()
+{
+    QTest::addColumn<QString>("task");
+    QTest::addColumn<QString>("extra");
+    QTest::addColumn<QStringList>("images");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("detect, EXIF applied") << "detect" << "" << QStringList{"rq", "e"} << QStringList{
+        "i0.png 160x120: person bndbox 10,20-49,49; car bndbox 75,35-144,104", "i1.jpg 32x48: person bndbox 0,0-31,15"};
+    QTest::newRow("segment, hole dropped") << "segment" << "" << QStringList{"rq", "s", "p"} << QStringList{
+        "i0.png 160x120: person polygon 10,20-49,49 n4; car polygon 75,35-144,104 n4", "i1.png 160x120: car polygon 9 to 64 vertices",
+        "i2.png 160x120: car polygon 20,20-79,79 n4"};
+    QTest::newRow("pose, named") << "pose" << R"(, "kpt_names": ["tl", "tr", "br", "bl"])" << QStringList{"r"} << QStringList{
+        "i0.png 160x120: person bndbox 10,20-49,49; tl keypoint 10,20-10,20; tr keypoint 50,20-50,20; bl keypoint 10,50-10,50"};
+    QTest::newRow("pose, numbered") << "pose" << "" << QStringList{"r"} << QStringList{
+        "i0.png 160x120: person bndbox 10,20-49,49; kp0 keypoint 10,20-10,20; kp1 keypoint 50,20-50,20; kp3 keypoint 10,50-10,50"};
+    QTest::newRow("obb") << "obb" << "" << QStringList{"o", "r"} << QStringList{
+        "i0.png 160x120: car rotatedbox a30 60x20 @80,60", "i1.png 160x120: person rotatedbox a0 40x30 @30,35"};
+}
+
+void TestPrelabel::helperShapes()
+{
+    QFETCH(QString, task);
+    QFETCH(QString, extra);
+    QFETCH(QStringList, images);
+    QFETCH(QStringList, expected);
+    Sandbox box;
+    const Helper run = runHelper(box, modelJson(task, extra), images);
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.kinds(), QString("CLASSES TOTAL %1 PROGRESS DONE").arg(QStringList(images.size(), "RESULT").join(' ')));
+    QCOMPARE(run.out[0], QString(R"(CLASSES:{"task":"%1","names":["person","car"],"keypoints":[%2]})")
+                             .arg(task, extra.isEmpty() ? "" : R"("tl","tr","br","bl")"));
+    QCOMPARE(results(run), expected);
+    QVERIFY(run.out.last().startsWith(QString("DONE:%1:").arg(images.size())));
+}
+
+void TestPrelabel::helperErrors_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("kinds");
+    QTest::addColumn<QStringList>("errors"); // "$D" = the sandbox
+    QTest::newRow("no model") << "model" << 2 << "ERROR" << QStringList{"ERROR:Model file not found: $D/none.pt"};
+    QTest::newRow("no package") << "package" << 3 << "ERROR" << QStringList{"ERROR:Missing Python package: ultralytics. Click"};
+    QTest::newRow("classifier") << "classify" << 2 << "ERROR" << QStringList{"ERROR:A classify model proposes no shapes"};
+    QTest::newRow("bad images, a failing one") << "" << 1 << "CLASSES TOTAL ERROR ERROR RESULT ERROR PROGRESS DONE"
+        << QStringList{"ERROR:Cannot read image: $D/i1.png", "ERROR:Cannot read image: $D/i2.png",
+                       "ERROR:Inference failed on $D/i3.png (RuntimeError: CUDA error"};
+}
+
+void TestPrelabel::helperErrors()
+{
+    QFETCH(QString, fault);
+    QFETCH(int, exitCode);
+    QFETCH(QString, kinds);
+    QFETCH(QStringList, errors);
+    Sandbox box;
+    if (fault == "package")
+        qputenv("PYTHONPATH", "");
+    const QStringList extra = fault == "model" ? QStringList{"--model", box.path("none.pt")} : QStringList{};
+    const Helper run = runHelper(box, modelJson(fault == "classify" ? "classify" : "detect"), {"r", "-", "!", "rg"}, extra);
+    QCOMPARE(run.exitCode, exitCode);
+    QCOMPARE(run.kinds(), kinds);
+    const QStringList found = run.out.filter(QRegularExpression("^ERROR:"));
+    QCOMPARE(found.size(), errors.size());
+    for (int i = 0; i < errors.size(); ++i)
+        QVERIFY2(found[i].startsWith(errors[i].replace("$D", box.dir.path())), qPrintable(found[i]));
+    QVERIFY(!run.err.contains("Traceback"));
+    if (fault.isEmpty())
+        QCOMPARE(run.out.last(), "DONE:1:1");
+}
+
+// Through the window: which images, the mapping, labels, sidecars, marks, the log.
+void TestPrelabel::mappingDefaults_data()
+{
+    QTest::addColumn<QStringList>("labels");
+    QTest::addColumn<QString>("defaults"); // class -> label for person, car, the keypoint nose
+    QTest::addColumn<QString>("skipUnmatched");
+    QTest::addColumn<QString>("ownNames");
+    QTest::newRow("no class has a label") << QStringList{"object"} << "person car nose" << "(skip) (skip) (skip)"
+                                          << "person car nose";
+    QTest::newRow("one has, in other case") << QStringList{"object", "Car"} << "(skip) Car nose" << "(skip) Car (skip)"
+                                            << "person Car nose";
+    QTest::newRow("a keypoint has") << QStringList{"NOSE"} << "person car NOSE" << "(skip) (skip) NOSE"
+                                    << "person car NOSE";
+}
+
+// The table's first choice for each class, and its two buttons.
+void TestPrelabel::mappingDefaults()
+{
+    QFETCH(QStringList, labels);
+    Sandbox box;
+    box.link("python", "/usr/bin/python3");
+    placeScript("yolo_prelabel.py", R"(print('CLASSES:{"task":"pose","names":["person","car"],"keypoints":["nose"]}'))");
+    writeFile(box.path("m.pt"), "{}");
+    PrelabelDialog dialog(labels, {}, {});
+    dialog.modelEdit->setText(box.path("m.pt"));
+    dialog.onReadClasses();
+    QVERIFY(waitIdle(&dialog));
+    const auto chosen = [&dialog] {
+        QStringList texts;
+        for (int row = 0; row < dialog.mappingTable->rowCount(); ++row)
+            texts << static_cast<QComboBox*>(dialog.mappingTable->cellWidget(row, 1))->currentText();
+        return texts.join(' ');
+    };
+    QTEST(chosen(), "defaults");
+    dialog.onSkipUnmatched();
+    QTEST(chosen(), "skipUnmatched");
+    dialog.onOwnNames();
+    QTEST(chosen(), "ownNames");
+    QCOMPARE(dialog.labelFor("nose", true), chosen().section(' ', 2));
+    QCOMPARE(dialog.labelFor("nose", false), QString()); // a keypoint, not a class
+}
+
+// c.png's file has a car where the fake model finds a person, so the dataset has the label
+// car: unless mapped otherwise, person is skipped.
+void TestPrelabel::run_data()
+{
+    QTest::addColumn<QString>("which");
+    QTest::addColumn<QStringList>("mapping"); // class=label
+    QTest::addColumn<QStringList>("sidecars");
+    QTest::addColumn<QStringList>("labels");
+    QTest::addColumn<QString>("lastLog");
+    QTest::addColumn<QString>("deleted"); // an image deleted while the model works
+    const QString failed = "Process exited with code 1.";
+    QTest::newRow("unlabelled, by name") << "unlabelledRadio" << QStringList{} << QStringList{"b: car"}
+                                         << QStringList{"object", "car"} << failed << "";
+    QTest::newRow("all, person as car: c's repeat left out") << "allRadio" << QStringList{"person=car"}
+        << QStringList{"a: car", "b: car"} << QStringList{"object", "car"} << failed << "";
+    QTest::newRow("all, person as object, car skipped") << "allRadio" << QStringList{"person=object", "car=(skip)"}
+        << QStringList{"a: object", "c: object"} << QStringList{"object", "car"} << failed << "";
+    QTest::newRow("all, one deleted mid-run") << "allRadio" << QStringList{"person=person"}
+        << QStringList{"a: person", "c: person"} << QStringList{"object", "car", "person"} << failed << "b";
+    QTest::newRow("current, new label") << "currentRadio" << QStringList{"person=human"} << QStringList{"a: human"}
+        << QStringList{"object", "car", "human"} << "Done — 1 proposals on 1 images. Review them on the canvas: "
+                                                   "Enter accepts, Delete rejects, N goes to the next image with proposals."
+        << "";
+}
+
+void TestPrelabel::run()
+{
+    QFETCH(QString, which);
+    QFETCH(QStringList, mapping);
+    QFETCH(QStringList, sidecars);
+    QFETCH(QStringList, labels);
+    QFETCH(QString, lastLog);
+    QFETCH(QString, deleted);
+    Dataset data({"a:r", "b:q", "c:r", "d:rg"});
+    if (!deleted.isEmpty())
+        writeFile(data.path("m.pt"), modelJson("detect", R"(, "delay": 0.3)"));
+    ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
+    c.xmlPath = data.annotations + "/c.xml";
+    QVERIFY(VocXml::save(c, "images"));
+    QMap<QString, QByteArray> before = contents(data.images);
+    before.remove("annotations/label_colors.json");
+    ScriptedPrompts prompts;
+    MainWindow w;
+    QVERIFY(w.openDataset(data.images));
+    QTRY_VERIFY(w.scanIndex >= w.images.size()); // car is a label
+    QStringList log;
+    prompts.dialogHandler = [&](QDialog* dialog) {
+        dialog->show();
+        auto* edit = dialog->findChild<QLineEdit*>("modelEdit");
+        edit->setText(data.path("m.pt"));
+        QTest::keyClick(edit, Qt::Key_Return); // lists the classes
+        waitIdle(dialog);
+        auto* table = dialog->findChild<QTableWidget*>();
+        for (const QString& m : mapping)
+            for (int row = 0; row < table->rowCount(); ++row)
+                if (table->item(row, 0)->text() == m.section('=', 0, 0))
+                    static_cast<QComboBox*>(table->cellWidget(row, 1))->setCurrentText(m.section('=', 1));
+        dialog->findChild<QRadioButton*>(which)->setChecked(true);
+        button(dialog, "runButton")->click();
+        if (!deleted.isEmpty()) { // once the helper is reading, before the model answers
+            (void)QTest::qWaitFor([&] { return logLines(dialog, false).join(' ').contains("Model: m.pt"); });
+            QTest::qWait(150);
+            QFile::remove(data.images + '/' + deleted + ".png");
+        }
+        waitIdle(dialog);
+        log = logLines(dialog, false);
+        return int(QDialog::Accepted);
+    };
+    w.findChild<QAction*>("prelabelAction")->trigger();
+    w.proposalReview->store().flush();
+
+    QCOMPARE(data.sidecars(), sidecars);
+    if (!deleted.isEmpty()) { // read before or after it went: either way it is left out
+        before.remove(deleted + ".png");
+        QVERIFY(log.contains("b.png: not in the dataset any more, skipped")
+                || log.contains("ERROR: Cannot read image: " + data.images + "/b.png"));
+    }
+    QMap<QString, QByteArray> after = contents(data.images);
+    after.remove("annotations/label_colors.json");
+    QCOMPARE(after, before); // no annotation file written or changed
+    QCOMPARE(labelNames(w.labels), labels);
+    QCOMPARE(log.last(), lastLog);
+    QCOMPARE(log.contains(QString("ERROR: Inference failed on %1/d.png (RuntimeError: CUDA error: an illegal memory "
+                                  "access was encountered)").arg(data.images)), lastLog == "Process exited with code 1.");
+    for (int row = 0; row < 4; ++row)
+        QCOMPARE(w.imageList->delegate->rowMarked(row), sidecars.join(' ').contains(QString("abcd")[row] + QString(":")));
+    QCOMPARE(w.canvas->proposals().size(), sidecars.join(' ').startsWith("a:") ? 1 : 0);
+    QVERIFY(w.images[0].boxes.isEmpty()); // proposals are not shapes
+}
+
+// Accepting and rejecting on an image with two proposals (person at x 10, car at x 60);
+// another image has one. What the annotation file and the sidecar hold afterwards is
+// checked in a new window on the same folders.
+void TestPrelabel::review_data()
+{
+    QTest::addColumn<QString>("actions");
+    QTest::addColumn<QStringList>("shapes");    // of image a, from its file
+    QTest::addColumn<QStringList>("proposals"); // of image a
+    QTest::newRow("enter") << "enter" << QStringList{"person"} << QStringList{"car"};
+    QTest::newRow("enter, undo") << "enter undo" << QStringList{} << QStringList{"car", "person"};
+    QTest::newRow("enter, undo, redo") << "enter undo redo" << QStringList{"person"} << QStringList{"car"};
+    QTest::newRow("enter twice") << "enter enter" << QStringList{"person", "car"} << QStringList{};
+    QTest::newRow("delete") << "delete" << QStringList{} << QStringList{"car"};
+    QTest::newRow("delete, undo") << "delete undo" << QStringList{} << QStringList{"car", "person"};
+    QTest::newRow("shift+enter") << "all" << QStringList{"car", "person"} << QStringList{};
+    QTest::newRow("shift+delete") << "none" << QStringList{} << QStringList{};
+    QTest::newRow("drag") << "drag" << QStringList{"person"} << QStringList{"car"};
+    QTest::newRow("drag, undo") << "drag undo" << QStringList{} << QStringList{"car", "person"};
+    QTest::newRow("double-click car") << "dclick" << QStringList{"car"} << QStringList{"person"};
+}
+
+void TestPrelabel::review()
+{
+    QFETCH(QString, actions);
+    QFETCH(QStringList, shapes);
+    QFETCH(QStringList, proposals);
+    Dataset data({"a:", "b:", "c:"});
+    data.writeProposals("a", {proposal("car", 0.6, 60), proposal("person", 0.9, 10)});
+    data.writeProposals("c", {proposal("car", 0.5, 60)});
+    ScriptedPrompts prompts;
+    {
+        MainWindow w;
+        w.resize(900, 600);
+        w.show();
+        QVERIFY(w.openDataset(data.images));
+        ImageCanvas* canvas = w.canvas;
+        QCOMPARE(canvas->selectedProposal(), 1); // the most confident: person
+        const QPointF person = canvas->imageToWidget(QPointF(30, 35));
+        for (const QString& a : actions.split(' ')) {
+            if (a == "drag") {
+                QTest::mousePress(canvas, Qt::LeftButton, {}, person.toPoint());
+                QTest::mouseMove(canvas, (person + QPointF(20, 10)).toPoint());
+                QTest::mouseRelease(canvas, Qt::LeftButton, {}, (person + QPointF(20, 10)).toPoint());
+            } else if (a == "dclick") {
+                QTest::mouseDClick(canvas, Qt::LeftButton, {}, canvas->imageToWidget(QPointF(80, 35)).toPoint());
+            } else {
+                const QMap<QString, QPair<int, Qt::KeyboardModifiers>> keys{
+                    {"enter", {Qt::Key_Return, {}}}, {"all", {Qt::Key_Return, Qt::ShiftModifier}},
+                    {"delete", {Qt::Key_Delete, {}}}, {"none", {Qt::Key_Delete, Qt::ShiftModifier}},
+                    {"undo", {Qt::Key_Z, Qt::ControlModifier}}, {"redo", {Qt::Key_Y, Qt::ControlModifier}}};
+                QTest::keyClick(canvas, Qt::Key(keys[a].first), keys[a].second);
+            }
+        }
+        QCOMPARE(w.imageList->delegate->rowMarked(0), !proposals.isEmpty());
+        if (actions.startsWith("drag") && !shapes.isEmpty())
+            QVERIFY(w.canvas->boxes()[0].rect().left() > 10); // moved as it was taken over
+        QTRY_VERIFY(w.proposalReview->store().listingDone());
+        QTest::keyClick(w.imageList, Qt::Key_N); // on to the next image with proposals: c
+        QCOMPARE(w.currentIndex, 2);
+        QCOMPARE(canvas->proposals().size(), 1);
+    }
+    MainWindow w;
+    QVERIFY(w.openDataset(data.images));
+    QStringList found;
+    for (const BoxAnnotation& b : std::as_const(w.images[0].boxes))
+        found << b.label;
+    QCOMPARE(found, shapes);
+    found.clear();
+    for (const Proposal& p : w.canvas->proposals())
+        found << p.shape.label;
+    QCOMPARE(found, proposals);
+    QTRY_VERIFY(w.proposalReview->store().listingDone());
+    QCOMPARE(w.imageList->delegate->rowMarked(0), !proposals.isEmpty());
+    QVERIFY(!w.imageList->delegate->rowMarked(1));
+    QVERIFY(w.imageList->delegate->rowMarked(2));
+}
+
+void TestPrelabel::exportsIgnoreProposals_data()
+{
+    QTest::addColumn<QString>("action");
+    for (const char* action : {"exportYoloAction", "exportCocoAction", "exportDotaAction", "exportCsvAction",
+                               "exportObjectNamesAction", "exportSplitAction", "bboxesToKeyPointsAction",
+                               "exportCollageAction", "renameLabelAction"})
+        QTest::newRow(action) << action;
+}
+
+// A command run with open proposals on every image writes the same bytes as without them,
+// and leaves the proposals as they were.
+void TestPrelabel::exportsIgnoreProposals()
+{
+    QFETCH(QString, action);
+    Dataset data({"a:", "b:"});
+    ImageAnnotations a = image(data.images + "/a.png", 160, 120, {box("object", 1, 1, 5, 5)});
+    a.xmlPath = data.annotations + "/a.xml";
+    QVERIFY(VocXml::save(a, "images"));
+    const QString sidecars = data.annotations + "/.proposals";
+    QList<QMap<QString, QByteArray>> written;
+    for (bool withProposals : {true, false}) {
+        QDir(sidecars).removeRecursively();
+        QDir(data.images + "/key_points").removeRecursively();
+        VocXml::save(a, "images");
+        writeFile(data.annotations + "/label_colors.json",
+                  R"([{"name": "object", "color": "#00dcdc"}, {"name": "car", "color": "#ff6464"}])");
+        if (withProposals) {
+            data.writeProposals("a", {proposal("car", 0.8, 60)});
+            data.writeProposals("b", {proposal("car", 0.8, 60)});
+        }
+        const QMap<QString, QByteArray> proposals = contents(sidecars), before = contents(data.images);
+        ScriptedPrompts prompts;
+        const QString out = data.path(withProposals ? "with" : "without");
+        QDir().mkpath(out);
+        prompts.directoryAnswers << out;
+        prompts.saveFileAnswers << out + "/out.png";
+        prompts.questionAnswers << QMessageBox::Yes;
+        prompts.dialogHandler = [](QDialog* d) { // defaults, except: the collage in order, car renamed
+            if (auto* random = d->findChild<QCheckBox*>("collageRandomCheck"))
+                random->setChecked(false);
+            if (auto* label = d->findChild<QComboBox*>("renameLabelCombo")) {
+                label->setCurrentText("car");
+                d->findChild<QLineEdit*>("newLabelNameEdit")->setText("vehicle");
+            }
+            return int(QDialog::Accepted);
+        };
+        MainWindow w;
+        QVERIFY(w.openDataset(data.images));
+        QTRY_VERIFY(w.scanIndex >= w.images.size());
+        QCOMPARE(w.canvas->proposals().size(), withProposals ? 1 : 0);
+        w.findChild<QAction*>(action)->trigger();
+        w.proposalReview->store().flush();
+        QCOMPARE(contents(sidecars), proposals);
+        written << contents(out);
+        written.last().insert(contents(data.images)); // the annotations, the converted ones
+        QVERIFY(written.last() != before); // the command did its work
+    }
+    QCOMPARE(written[0], written[1]);
+}
+
+QTEST_MAIN(TestPrelabel)
+#include "tst_prelabel.moc"
