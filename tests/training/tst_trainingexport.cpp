@@ -1,6 +1,8 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QImageReader>
+#include <QImageWriter>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -96,6 +98,8 @@ private Q_SLOTS:
     void everyLayoutIsWellFormed_data();
     void everyLayoutIsWellFormed();
     void yamlNamesReadBack();
+    void imagesKeepBytesOrTurnUpright_data();
+    void imagesKeepBytesOrTurnUpright();
 };
 
 void TestTrainingExport::shapeLine_data()
@@ -348,6 +352,55 @@ void TestTrainingExport::yamlNamesReadBack()
     QCOMPARE(read.value("train").toString(), "images/train");
     QCOMPARE(read.value("val").toString(), "images/val");
     QCOMPARE(read.value("path").toString(), QDir(dir.filePath("out")).absolutePath());
+}
+
+void TestTrainingExport::imagesKeepBytesOrTurnUpright_data()
+{
+    QTest::addColumn<bool>("turned");
+    QTest::addColumn<bool>("link");
+    QTest::newRow("copy") << false << false;
+    QTest::newRow("hard link") << false << true;
+    QTest::newRow("EXIF quarter turn, copy") << true << false;
+    QTest::newRow("EXIF quarter turn, link") << true << true;
+}
+
+// Images keep their names and bytes (a link shares the file); one with an EXIF
+// orientation is written turned as it is shown, so the shapes fit its pixels.
+void TestTrainingExport::imagesKeepBytesOrTurnUpright()
+{
+    QFETCH(bool, turned);
+    QFETCH(bool, link);
+
+    QTemporaryDir dir;
+    const QString source = dir.filePath("p.jpg");
+    QImage picture(100, 60, QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x)
+            picture.setPixel(x, y, qRgb(0, 0, 0));
+    QImageWriter writer(source, "jpeg");
+    if (turned)
+        writer.setTransformation(QImageIOHandler::TransformationRotate90);
+    QVERIFY(writer.write(picture));
+    ImageAnnotations record;
+    record.imagePath = source;
+    record.boxes = {box("a", 1, 1, 9, 9)};
+    QList<LabelDef> labels = {{"a", Qt::red}};
+    TrainingExport::Options options;
+    options.outputFolder = dir.filePath("out");
+    options.valPercent = 0;
+    options.images = link ? TrainingExport::ImageMode::Link : TrainingExport::ImageMode::Copy;
+    const TrainingExport::Summary summary = TrainingExport::run({record}, labels, options);
+    QVERIFY2(summary.ok, qPrintable(summary.error));
+    QCOMPARE(summary.reoriented, turned ? 1 : 0);
+
+    const QString written = dir.filePath("out/images/train/p.jpg");
+    QCOMPARE(readAll(written) == readAll(source), !turned);
+    QImageReader reader(written);
+    QCOMPARE(reader.transformation(), QImageIOHandler::TransformationNone);
+    QCOMPARE(reader.size(), turned ? QSize(60, 100) : QSize(100, 60));
+    if (turned) // the black top-left corner went to the top right
+        QVERIFY(qGray(reader.read().pixel(55, 4)) < 64);
 }
 
 QTEST_GUILESS_MAIN(TestTrainingExport)
