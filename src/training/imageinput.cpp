@@ -81,11 +81,7 @@ void readImage(const ImageAnnotations& record, const Request& request, Input& in
         return;
     }
     // Some formats only know their size after decoding; the check decodes every image.
-    // JPEG decodes at an eighth of its size for a fraction of the work (every byte is
-    // still entropy-decoded); other formats scale after decoding, which only pays for
-    // large images.
-    const bool jpeg = reader.format() == "jpeg";
-    if (headerSize && (jpeg || qint64(size.width()) * size.height() > kFullDecodePixels)
+    if (headerSize && qint64(size.width()) * size.height() > kFullDecodePixels
         && reader.supportsOption(QImageIOHandler::ScaledSize))
         reader.setScaledSize(QSize(std::max(1, reader.size().width() / 8),
                                    std::max(1, reader.size().height() / 8)));
