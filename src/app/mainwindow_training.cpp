@@ -38,6 +38,12 @@ QString previewText(const TrainingExport::Summary& preview)
     return lines.join(QLatin1Char('\n'));
 }
 
+// Whether the background label scan has read every annotation file.
+bool labelScanDone(const MainWindow& window)
+{
+    return window.scanIndex >= window.images.size();
+}
+
 } // namespace
 
 void MainWindow::onCheckDataset()
@@ -48,11 +54,13 @@ void MainWindow::onCheckDataset()
     const QList<ImageAnnotations> snapshot = images;
     QList<LabelDef> labelList = labels;
     const QString folder = annotationsFolder;
+    DatasetCheck::Options checkOptions;
+    checkOptions.scanLabels = !labelScanDone(*this);
     DatasetCheck::Report report;
     const bool finished = BackgroundTask::run(
         this, QStringLiteral("Check Dataset"), QStringLiteral("Checking annotations and images..."),
         [&](const BackgroundTask::Progress& progress) {
-            report = DatasetCheck::run(snapshot, labelList, folder, {}, progress);
+            report = DatasetCheck::run(snapshot, labelList, folder, checkOptions, progress);
         },
         QStringLiteral("checkProgressDialog"));
     if (!finished || report.cancelled)
@@ -102,6 +110,11 @@ void MainWindow::onExportForTraining()
         return;
     TrainingExport::Options options = dialog.options();
     options.outputFolder = QDir::cleanPath(QFileInfo(options.outputFolder).absoluteFilePath());
+    // Until the label scan has read every file, the runs find the rest of the names
+    // themselves, in the order the scan would add them.
+    options.scanLabels = !labelScanDone(*this);
+    DatasetCheck::Options checkOptions;
+    checkOptions.scanLabels = options.scanLabels;
 
     // First the check and a dry run, so the user sees what will be clipped or left out.
     const QList<ImageAnnotations> snapshot = images;
@@ -113,7 +126,7 @@ void MainWindow::onExportForTraining()
         this, QStringLiteral("Export for Training"), QStringLiteral("Checking the dataset..."),
         [&](const BackgroundTask::Progress& progress) {
             QList<LabelDef> checkLabels = labels;
-            report = DatasetCheck::run(snapshot, checkLabels, folder, {},
+            report = DatasetCheck::run(snapshot, checkLabels, folder, checkOptions,
                                        [&](int done, int total) { return progress(done, 2 * total); });
             if (report.cancelled) {
                 stopped = true;
