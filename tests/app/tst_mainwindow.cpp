@@ -310,6 +310,7 @@ private Q_SLOTS:
                                              "Annotate Video with YOLO...",
                                              "Pre-label with YOLO...",
                                              "-",
+                                             "Check Dataset...",
                                              "Split Dataset into Train/Test subsets...",
                                              "-",
                                              "Convert BBoxes to Key Points",
@@ -331,6 +332,8 @@ private Q_SLOTS:
                                                "# Other",
                                                "Export Classes/Labels text file",
                                                "Import Classes/Labels text file",
+                                               "# Training",
+                                               "Export for Training...",
                                                "# Collage",
                                                "Export Collage..."};
     }
@@ -401,7 +404,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("menu");
         QTest::addColumn<int>("sections");
-        QTest::newRow("export / import") << "toolbar" << 6;
+        QTest::newRow("export / import") << "toolbar" << 7;
         QTest::newRow("canvas") << "canvas" << 1;
     }
 

@@ -1,12 +1,12 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
-#include <QImageWriter>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include "model/datasetfolders.h"
 #include "model/vocxml.h"
+#include "support/exifjpeg.h"
 #include "support/records.h"
 #include "training/datasetcheck.h"
 
@@ -96,12 +96,7 @@ void TestDatasetCheck::problems()
     case Image::Png: QVERIFY(picture.save(file.fileName())); break;
     case Image::Garbage: QVERIFY(file.open(QIODevice::WriteOnly) && file.write("\x89PNG not really") > 0); break;
     case Image::Gone: break;
-    case Image::TurnedJpeg: {
-        QImageWriter writer(file.fileName(), "jpeg");
-        writer.setTransformation(QImageIOHandler::TransformationRotate90);
-        QVERIFY(writer.write(picture));
-        break;
-    }
+    case Image::TurnedJpeg: QVERIFY(writeTurnedJpeg(file.fileName(), picture)); break;
     }
     file.close();
     // A second image without shapes and without a file.

@@ -2,7 +2,6 @@
 #include <QFile>
 #include <QImage>
 #include <QImageReader>
-#include <QImageWriter>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -11,6 +10,7 @@
 #include <QTest>
 
 #include "model/shapegeometry.h"
+#include "support/exifjpeg.h"
 #include "support/records.h"
 #include "training/trainingexport.h"
 
@@ -378,10 +378,8 @@ void TestTrainingExport::imagesKeepBytesOrTurnUpright()
     for (int y = 0; y < 16; ++y)
         for (int x = 0; x < 16; ++x)
             picture.setPixel(x, y, qRgb(0, 0, 0));
-    QImageWriter writer(source, "jpeg");
-    if (turned)
-        writer.setTransformation(QImageIOHandler::TransformationRotate90);
-    QVERIFY(writer.write(picture));
+    QVERIFY(turned ? writeTurnedJpeg(source, picture) : picture.save(source, "JPEG"));
+    QCOMPARE(QImageReader(source).transformation() != QImageIOHandler::TransformationNone, turned);
     ImageAnnotations record;
     record.imagePath = source;
     record.boxes = {box("a", 1, 1, 9, 9)};
