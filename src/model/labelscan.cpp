@@ -3,16 +3,39 @@
 #include <QXmlStreamReader>
 
 #include "model/labelpalette.h"
+#include "model/plainxml.h"
 #include "model/safefile.h"
 
-QStringList scanLabelNames(const QString& xmlPath)
+namespace {
+
+// The element text up to its end tag, as QXmlStreamReader::readElementText() gives it
+// (a child element is an error).
+QString elementText(QXmlStreamReader& xml)
+{
+    return xml.readElementText();
+}
+
+QString elementText(PlainXmlReader& xml)
+{
+    QString text;
+    for (;;) {
+        switch (xml.readNext()) {
+        case QXmlStreamReader::Characters:
+            text.append(xml.text());
+            break;
+        case QXmlStreamReader::EndElement:
+            return text;
+        default:
+            xml.raiseError(QString());
+            return text;
+        }
+    }
+}
+
+template <typename Xml>
+QStringList scan(Xml& xml)
 {
     QStringList names;
-    QByteArray bytes;
-    if (SafeFile::read(xmlPath, SafeFile::kMaxAnnotationFileBytes, &bytes) != SafeFile::ReadResult::Ok)
-        return names;
-
-    QXmlStreamReader xml(bytes);
     bool inObject = false;
     bool inBndbox = false;
     while (!xml.atEnd()) {
@@ -27,8 +50,8 @@ QStringList scanLabelNames(const QString& xmlPath)
             } else if (tag == u"bndbox") {
                 inBndbox = true;
             } else if ((tag == u"name" || tag == u"n") && inObject && !inBndbox) {
-                // readElementText consumes the end element, so no flag needs clearing.
-                const QString name = cleanLabelName(xml.readElementText()).trimmed();
+                // Reading the text consumes the end element, so no flag needs clearing.
+                const QString name = cleanLabelName(elementText(xml)).trimmed();
                 if (xml.hasError())
                     break;
                 if (!name.isEmpty())
@@ -43,6 +66,27 @@ QStringList scanLabelNames(const QString& xmlPath)
         }
     }
     return names;
+}
+
+} // namespace
+
+QStringList scanLabelNamesInData(const QByteArray& data)
+{
+    // Files in the form this program writes take the fast tokeniser, which gives the same
+    // tokens; every other file goes through QXmlStreamReader.
+    PlainXmlReader plain;
+    if (plain.parse(data))
+        return scan(plain);
+    QXmlStreamReader xml(data);
+    return scan(xml);
+}
+
+QStringList scanLabelNames(const QString& xmlPath)
+{
+    QByteArray bytes;
+    if (SafeFile::read(xmlPath, SafeFile::kMaxAnnotationFileBytes, &bytes) != SafeFile::ReadResult::Ok)
+        return {};
+    return scanLabelNamesInData(bytes);
 }
 
 int appendLabelsFromFile(LabelAppender& labels, const QString& xmlPath)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -15,6 +16,8 @@ class LabelAppender;
 // file or larger than 256 MB gives nothing; a malformed one gives the names read before
 // the first error.
 QStringList scanLabelNames(const QString& xmlPath);
+// The same scan over the bytes of a file already read.
+QStringList scanLabelNamesInData(const QByteArray& data);
 
 // Adds every name of scanLabelNames(xmlPath) through the appender, or to the list with
 // the palette colour of its position. Returns the number appended.
