@@ -116,9 +116,9 @@ void TestAiHelpers::scriptErrors_data()
         row(s, "package", 3, "ERROR:Missing Python package: ultralytics. Click "
             "'Install AI Dependencies' or run: pip install ultralytics opencv-python \"numpy<2.0\"");
         row(s, "none.pt", 2, "ERROR:Model file not found: $D/none.pt");
+        row(s, "text.avi", 2, "ERROR:Could not load model $D/text.avi");
+        row(s, "video", 4, "ERROR:Cannot read video: $D/m.pt");
     }
-    row("yolo_inference.py", "text.avi", 2, "ERROR:Could not load model $D/text.avi");
-    row("yolo_annotate_video.py", "video", 4, "ERROR:Cannot read video: $D/m.pt");
     row("yolo_inference.py", "option", 2, "ERROR:Bad arguments: argument --conf: invalid float value: 'x'");
 }
 
@@ -202,10 +202,11 @@ void TestAiHelpers::annotateVideo()
     YoloAnnotateDialog dialog;
     fill(&dialog, "annotated");
     QDir().mkpath(path("annotated"));
-    writeFile(path("annotated/v_annotated.mp4"), "earlier");
+    for (const char* earlier : {"annotated/v_annotated.mp4", "annotated/v_annotated_2.mp4"})
+        writeFile(path(earlier), "earlier");
     button(&dialog, "runButton")->click();
     QVERIFY(waitIdle(&dialog));
-    const QString video = path("annotated/v_annotated_2.mp4");
+    const QString video = path("annotated/v_annotated_3.mp4");
     QProcess count;
     count.start("/usr/bin/ffprobe", {"-v", "error", "-count_frames", "-show_entries", "stream=width,height,nb_read_frames",
                                      "-of", "csv=p=0", video});
@@ -216,8 +217,8 @@ void TestAiHelpers::annotateVideo()
     QVERIFY(log.contains("Frame 9 / 9|#555555"));
     QCOMPARE(log.last(), "✓ Done: " + video + "|#50d898");
     QCOMPARE(dialog.findChild<QLabel*>("statusLabel")->text(), "Done — output saved to:\n" + video);
-    QCOMPARE(readFile(path("annotated/v_annotated.mp4")), "earlier");
-    QCOMPARE(QDir(path("annotated")).entryList(QDir::Files | QDir::Hidden).size(), 2); // no temporary left
+    QCOMPARE(readFile(path("annotated/v_annotated.mp4")) + readFile(path("annotated/v_annotated_2.mp4")), "earlierearlier");
+    QCOMPARE(QDir(path("annotated")).entryList(QDir::Files | QDir::Hidden).size(), 3); // no temporary left
 }
 
 // The installer with stub interpreters that record what they are asked to do.
