@@ -21,6 +21,7 @@
 #include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "model/datasetfolders.h"
 #include "model/labelscan.h"
 #include "model/atomicbatch.h"
 #include "model/vocxml.h"
@@ -36,32 +37,6 @@ constexpr int kUndoLimit = 10;
 constexpr int kAutoZoomBorder = 50;
 
 const QString kNoDataText = QStringLiteral("No data loaded. Click 'Load Data' to begin.");
-
-const QStringList& imageFilePatterns()
-{
-    static const QStringList patterns = {
-        QStringLiteral("*.jpg"), QStringLiteral("*.jpeg"), QStringLiteral("*.png"),
-        QStringLiteral("*.bmp"), QStringLiteral("*.gif"),  QStringLiteral("*.tiff"),
-    };
-    return patterns;
-}
-
-// File names of the images directly in `folder`: plain, non-hidden files matching the
-// patterns (letter case ignored), sorted case-sensitively. The iterator avoids the
-// per-file QFileInfo list that QDir::entryInfoList builds, which matters at 100,000 files.
-QStringList listImageFiles(const QString& folder)
-{
-    QStringList names;
-    if (folder.isEmpty())
-        return names;
-    QDirIterator it(folder, imageFilePatterns(), QDir::Files | QDir::NoDotAndDotDot);
-    while (it.hasNext()) {
-        it.next();
-        names.append(it.fileName());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 QString fileNameOf(const QString& path)
 {
@@ -140,7 +115,7 @@ void MainWindow::onReloadData()
 
 void MainWindow::rebuildImageList()
 {
-    const QStringList files = listImageFiles(imagesFolder);
+    const QStringList files = DatasetFolders::listImageFiles(imagesFolder);
 
     images.clear();
     imageList->clear();
@@ -158,16 +133,7 @@ void MainWindow::rebuildImageList()
 
     loadLabelConfig();
 
-    const QDir imagesDir(imagesFolder);
-    const QDir annotationsDir(annotationsFolder);
-    images.reserve(files.size());
-    for (const QString& name : files) {
-        ImageAnnotations record;
-        record.imagePath = imagesDir.absoluteFilePath(name);
-        const int dot = name.lastIndexOf(QLatin1Char('.'));
-        record.xmlPath = annotationsDir.filePath(name.left(dot) + QStringLiteral(".xml"));
-        images.append(record);
-    }
+    images = DatasetFolders::records(imagesFolder, annotationsFolder, files);
     imageList->setUpdatesEnabled(false);
     imageList->addItems(files);
     imageList->setUpdatesEnabled(true);

@@ -140,14 +140,16 @@ private Q_SLOTS:
         QTest::newRow("editButton")
             << QStringList{"Rename Label...", "Remove Label...", "-", "Extract Video Frames...",
                            "AI Video Frame Extraction (YOLO)...", "Annotate Video with YOLO...", "Pre-label with YOLO...",
-                           "-", "Split Dataset into Train/Test subsets...", "-", "Convert BBoxes to Key Points",
+                           "-", "Check Dataset...", "Split Dataset into Train/Test subsets...", "-",
+                           "Convert BBoxes to Key Points",
                            "Convert Key Points to BBoxes"};
         QTest::newRow("exportImportButton")
             << QStringList{"# YOLO", "Export YOLO labels text files", "Export YOLO Pose labels...",
                            "Import YOLO labels text files", "# COCO", "Export COCO JSON file", "Import COCO JSON file",
                            "# DOTA", "Export DOTA text files", "Import DOTA text files", "# CSV", "Export CSV file",
                            "Import CSV file", "# Other", "Export Classes/Labels text file",
-                           "Import Classes/Labels text file", "# Collage", "Export Collage..."};
+                           "Import Classes/Labels text file", "# Training", "Export for Training...", "# Collage",
+                           "Export Collage..."};
     }
 
     void menus()
