@@ -288,7 +288,7 @@ private Q_SLOTS:
         bool inTime = false;
         for (int attempt = 0; attempt < 5 && !inTime; ++attempt) { // again should the machine stall
             QVERIFY(images.removeRecursively() && images.mkpath("."));
-            const QDateTime at = QDateTime::currentDateTime().addMSecs(400);
+            const QDateTime at = QDateTime::currentDateTime().addMSecs(150);
             for (int ms = 0; ms < 50; ++ms)
                 writeBytes(images.filePath(at.addMSecs(ms).toString("'brindle_'yyyyMMdd_HHmmss_zzz'.png'")), "old");
             QThread::msleep(qMax<qint64>(0, QDateTime::currentDateTime().msecsTo(at)));
