@@ -9,6 +9,8 @@
 #include "model/annotation.h"
 
 class AnnotationsPanel;
+class ImageCache;
+struct DecodedImage;
 class ImageCanvas;
 class ImageListWidget;
 class ProposalReview;
@@ -73,6 +75,8 @@ public:
     ImageCanvas* canvas = nullptr;
     QLabel* statusLabel = nullptr;
     ProposalReview* proposalReview = nullptr;
+    // Decoded images of the current image and its neighbours (mainwindow_images.cpp).
+    ImageCache* imageCache = nullptr;
 
     // Dataset session state.
     QString imagesFolder;
@@ -153,6 +157,14 @@ private:
     void selectImageRow(int row);
     // Empties the canvas and the annotations panel.
     void showNoImage();
+
+    // Showing images fast (mainwindow_images.cpp): the decode to show, kept or made now
+    // at the view's size; putting it on the canvas; the neighbours decoded ahead.
+    DecodedImage decodeForShowing(const QString& path);
+    void showDecoded(const DecodedImage& image);
+    void onImageDecoded(const QString& path);
+    void prefetchAround(int row);
+    int lastShownRow = -1;
 
     // Undo and redo as they were before the last snapshot, so that a change the canvas
     // calls off leaves no step behind; dropped by every other change of the history.

@@ -4,10 +4,8 @@
 #include "app/mainwindow.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QImageReader>
 #include <QLabel>
 #include <QListWidget>
 #include <QPixmap>
@@ -21,6 +19,8 @@
 #include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "model/imagecache.h"
+#include "model/imagefolder.h"
 #include "model/labelscan.h"
 #include "model/atomicbatch.h"
 #include "model/vocxml.h"
@@ -36,32 +36,6 @@ constexpr int kUndoLimit = 10;
 constexpr int kAutoZoomBorder = 50;
 
 const QString kNoDataText = QStringLiteral("No data loaded. Click 'Load Data' to begin.");
-
-const QStringList& imageFilePatterns()
-{
-    static const QStringList patterns = {
-        QStringLiteral("*.jpg"), QStringLiteral("*.jpeg"), QStringLiteral("*.png"),
-        QStringLiteral("*.bmp"), QStringLiteral("*.gif"),  QStringLiteral("*.tiff"),
-    };
-    return patterns;
-}
-
-// File names of the images directly in `folder`: plain, non-hidden files matching the
-// patterns (letter case ignored), sorted case-sensitively. The iterator avoids the
-// per-file QFileInfo list that QDir::entryInfoList builds, which matters at 100,000 files.
-QStringList listImageFiles(const QString& folder)
-{
-    QStringList names;
-    if (folder.isEmpty())
-        return names;
-    QDirIterator it(folder, imageFilePatterns(), QDir::Files | QDir::NoDotAndDotDot);
-    while (it.hasNext()) {
-        it.next();
-        names.append(it.fileName());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 QString fileNameOf(const QString& path)
 {
@@ -140,36 +114,48 @@ void MainWindow::onReloadData()
 
 void MainWindow::rebuildImageList()
 {
-    const QStringList files = listImageFiles(imagesFolder);
+    // The paths are listed as the records keep them: the folder as QDir spells it, a
+    // slash, the file name. Listing whole paths spares a second string per image.
+    const QString imagePrefix =
+        imagesFolder.isEmpty() ? QString()
+                               : QDir(imagesFolder).absoluteFilePath(QStringLiteral("x")).chopped(1);
+    QStringList paths = ImageFolder::list(imagesFolder, imagePrefix);
 
     images.clear();
     imageList->clear();
     currentIndex = -1;
     scanIndex = 0;
+    lastShownRow = -1;
     // The image shown belongs to the list just dropped; left on the canvas it would take
     // drawing that no record receives.
     showNoImage();
     proposalReview->datasetOpened();
 
-    if (files.isEmpty()) {
+    if (paths.isEmpty()) {
         statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
         return;
     }
 
     loadLabelConfig();
 
-    const QDir imagesDir(imagesFolder);
-    const QDir annotationsDir(annotationsFolder);
-    images.reserve(files.size());
-    for (const QString& name : files) {
+    const QString xmlPrefix =
+        QDir(annotationsFolder).filePath(QStringLiteral("x")).chopped(1);
+    images.reserve(paths.size());
+    for (QString& path : paths) {
         ImageAnnotations record;
-        record.imagePath = imagesDir.absoluteFilePath(name);
-        const int dot = name.lastIndexOf(QLatin1Char('.'));
-        record.xmlPath = annotationsDir.filePath(name.left(dot) + QStringLiteral(".xml"));
-        images.append(record);
+        // Every listed name has a suffix, so there is a dot after the folder.
+        qsizetype dot = path.size() - 1;
+        while (dot > imagePrefix.size() && path.at(dot) != QLatin1Char('.'))
+            --dot;
+        const QStringView base = QStringView(path).mid(imagePrefix.size(), dot - imagePrefix.size());
+        record.xmlPath.reserve(xmlPrefix.size() + base.size() + 4);
+        record.xmlPath.append(xmlPrefix).append(base).append(QLatin1String(".xml"));
+        record.imagePath = std::move(path);
+        images.append(std::move(record));
     }
+    paths = QStringList();
     imageList->setUpdatesEnabled(false);
-    imageList->addItems(files);
+    imageList->appendRecordRows(images.size());
     imageList->setUpdatesEnabled(true);
 
     selectImageRow(0);
@@ -211,18 +197,7 @@ void MainWindow::updateImageListItem(int row)
 {
     if (row < 0 || row >= images.size())
         return;
-    QListWidgetItem* item = imageList->item(row);
-    if (!item)
-        return;
-    const ImageAnnotations& record = images[row];
-    const bool exists = QFileInfo::exists(record.xmlPath);
-    QString text = fileNameOf(record.imagePath);
-    if (exists)
-        text += QStringLiteral("  *");
-    item->setText(text);
-    item->setToolTip(record.imagePath + QLatin1Char('\n')
-                     + (exists ? QStringLiteral("Annotations: ") + record.xmlPath
-                               : QStringLiteral("No annotations yet")));
+    imageList->setRowAnnotated(row, QFileInfo::exists(images[row].xmlPath));
 }
 
 bool MainWindow::requireDataLoaded()
@@ -249,23 +224,20 @@ void MainWindow::loadImageAt(int row)
         return;
 
     ImageAnnotations& record = images[row];
-    QImageReader reader(record.imagePath);
-    reader.setAutoTransform(true);
-    const QImage image = reader.read();
+    const DecodedImage image = decodeForShowing(record.imagePath);
     if (image.isNull()) {
         UserPrompts::current().warning(
             this, QStringLiteral("Load error"),
             QStringLiteral("Could not load image:\n") + record.imagePath);
         return;
     }
-    const QPixmap pixmap = QPixmap::fromImage(image);
-    record.width = pixmap.width();
-    record.height = pixmap.height();
+    record.width = image.fullSize.width();
+    record.height = image.fullSize.height();
     if (record.boxes.isEmpty())
         VocXml::load(record);
 
     currentIndex = row;
-    canvas->setImage(pixmap);
+    showDecoded(image);
     canvas->setBoxes(record.boxes);
     canvas->setImageInfo(row + 1, images.size());
     proposalReview->imageShown();
@@ -277,6 +249,7 @@ void MainWindow::loadImageAt(int row)
 
     refreshAnnotationsPanel();
     updateStatusLabel();
+    prefetchAround(row);
 }
 
 void MainWindow::saveAnnotationsFor(int index)
