@@ -75,21 +75,53 @@ void ImageCache::waitForRunning()
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
 }
 
+QList<ImageCache::Task> ImageCache::tasks() const
+{
+    // The next image at the view's size first (what a key press needs), then the full
+    // resolution of the image shown (what zooming in needs), then the others in order.
+    QList<Task> tasks;
+    if (m_wanted.size() > 1)
+        tasks.append({m_wanted.at(1), false});
+    for (const QString& path : m_wanted)
+        tasks.append({path, true});
+    return tasks;
+}
+
 void ImageCache::startNext()
 {
     if (!m_running.isEmpty())
         return;
-    for (const QString& path : std::as_const(m_wanted)) {
-        if (m_tried.contains(path) || m_kept.value(path).isFull())
+    for (const Task& task : tasks()) {
+        const QString key = (task.full ? QLatin1String("full:") : QLatin1String("view:")) + task.path;
+        if (m_tried.contains(key))
             continue;
-        // Images after the first are decoded only while there is room for them.
-        if (path != m_wanted.first() && m_bytes + expectedBytes(path) > m_budget)
+        const DecodedImage kept = m_kept.value(task.path);
+        if (task.full ? kept.isFull() : !kept.isNull())
+            continue;
+        // Images other than the one shown are decoded only while there is room for them.
+        if (task.path != m_wanted.first() && m_bytes + expectedBytes(task.path) > m_budget)
             return;
-        m_tried.append(path);
-        m_running = path;
+        m_tried.insert(key);
+        m_running = task.path;
+        const QString path = task.path;
         const QSize view = m_viewSize;
-        m_pool.start([this, path, view] {
-            const DecodedImage image = ImageDecode::decode(path, view, true);
+        const bool full = task.full;
+        const bool needReduced = kept.reduced.isNull();
+        m_pool.start([this, path, view, full, needReduced] {
+            DecodedImage image;
+            if (!full || needReduced) {
+                // A large JPEG comes at the view's size, decoded while scaling; on the way
+                // to the full resolution it is handed over at once, so that a key pressed
+                // meanwhile finds it.
+                image = ImageDecode::decode(path, view, false);
+                if (full && !image.isNull() && !image.isFull())
+                    QMetaObject::invokeMethod(this, [this, image] { insert(image); }, Qt::QueuedConnection);
+            }
+            if (full && !image.isFull() && (!image.isNull() || image.error.isEmpty())) {
+                DecodedImage whole = ImageDecode::decode(path, QSize(), true);
+                whole.reduced = image.reduced;
+                image = whole;
+            }
             QMetaObject::invokeMethod(this, [this, image] { finished(image); }, Qt::QueuedConnection);
         });
         return;
@@ -106,10 +138,14 @@ qint64 ImageCache::expectedBytes(const QString& path)
 void ImageCache::finished(const DecodedImage& image)
 {
     m_running.clear();
-    if (image.isFull()) {
-        insert(image);
-        if (m_kept.contains(image.path))
-            Q_EMIT decoded(image.path);
+    if (!image.isNull()) {
+        DecodedImage kept = image;
+        const auto it = m_kept.constFind(image.path);
+        if (kept.reduced.isNull() && it != m_kept.constEnd() && it->stamp == kept.stamp)
+            kept.reduced = it->reduced;
+        insert(kept);
+        if (kept.isFull() && m_kept.contains(kept.path))
+            Q_EMIT decoded(kept.path);
     }
     startNext();
 }

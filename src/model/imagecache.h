@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QHash>
+#include <QSet>
 #include <QObject>
 #include <QSize>
 #include <QStringList>
@@ -9,9 +10,9 @@
 #include "model/imagedecode.h"
 
 // Decoded images kept for showing, bounded in bytes, and decoded ahead on a worker
-// thread. The owner says which images it wants, most wanted first (the image shown, then
-// the next ones in the direction the user travels); one worker decodes them at full
-// resolution in that order. Decodes no longer wanted that have not started are dropped;
+// thread. The owner says which images it wants: the image shown, then the next ones in
+// the direction the user travels. One worker decodes the next image at the view's size,
+// then the full resolution of the image shown, then the others in order. Decodes no longer wanted that have not started are dropped;
 // one already running finishes and is kept only while there is room. A kept image is
 // handed out only while its file has the size and modification time it had when it
 // was decoded.
@@ -35,8 +36,8 @@ public:
     // Keeps an image decoded elsewhere (on the GUI thread, for instance). A reduced-only
     // image does not replace a full one of the same file.
     void insert(const DecodedImage& image);
-    // The images to keep, most wanted first; the first is kept whatever its size. Starts
-    // decoding those not kept at full resolution.
+    // The images to keep: the one shown (kept whatever its size), then the others most
+    // wanted first. Starts decoding those not kept.
     void want(const QStringList& paths);
     const QStringList& wanted() const { return m_wanted; }
 
@@ -51,6 +52,11 @@ Q_SIGNALS:
     void decoded(const QString& path);
 
 private:
+    struct Task {
+        QString path;
+        bool full = false; // else: what the view needs
+    };
+    QList<Task> tasks() const;
     void startNext();
     void finished(const DecodedImage& image);
     void makeRoom(const QString& keep);
@@ -65,6 +71,6 @@ private:
     QStringList m_lastUsed; // least recently used first
     qint64 m_bytes = 0;
     QStringList m_wanted;
-    QStringList m_tried; // wanted paths decoded (or failed) since the last want()
+    QSet<QString> m_tried; // tasks started since the last want()
     QString m_running;
 };

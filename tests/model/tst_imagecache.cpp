@@ -85,11 +85,12 @@ void TestImageCache::decodesInOrderWantedAndDropsTheUnwanted_data()
     QTest::addColumn<QStringList>("first");
     QTest::addColumn<QStringList>("then"); // wanted right after, before any decode ended
     QTest::addColumn<QStringList>("decoded");
-    QTest::newRow("in the order wanted") << QStringList{"c", "d", "b", "a"} << QStringList{}
-                                         << QStringList{"c.png", "d.png", "b.png", "a.png"};
+    // c is shown: the next one (d) comes first, then c, then the others in order.
+    QTest::newRow("next first") << QStringList{"c", "d", "b", "a"} << QStringList{}
+                                << QStringList{"d.png", "c.png", "b.png", "a.png"};
     // The user moved on: the decode already running ends, the rest are dropped.
     QTest::newRow("moved on") << QStringList{"a", "b", "c"} << QStringList{"d", "c"}
-                              << QStringList{"a.png", "d.png", "c.png"};
+                              << QStringList{"b.png", "c.png", "d.png"};
 }
 
 void TestImageCache::decodesInOrderWantedAndDropsTheUnwanted()
