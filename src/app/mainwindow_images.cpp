@@ -15,6 +15,9 @@ DecodedImage MainWindow::decodeForShowing(const QString& path)
     // A canvas not on screen has no size worth reducing to; the cache keeps its own.
     if (canvas->isVisible())
         imageCache->setViewSize(canvas->size() * canvas->devicePixelRatioF());
+    // The worker may be at this very decode already: waiting for it beats doing it twice.
+    if (imageCache->isDecodingForView(path))
+        imageCache->waitForRunning();
     DecodedImage image = imageCache->find(path);
     if (image.isNull()) {
         // Not decoded ahead (a jump, or keys faster than the worker): what the view

@@ -99,10 +99,12 @@ void ImageCache::startNext()
         if (task.full ? kept.isFull() : !kept.isNull())
             continue;
         // Images other than the one shown are decoded only while there is room for them.
-        if (task.path != m_wanted.first() && m_bytes + expectedBytes(task.path) > m_budget)
+        if (task.path != m_wanted.first()
+            && m_bytes + expectedBytes(task.path, task.full ? QSize() : m_viewSize) > m_budget)
             return;
         m_tried.insert(key);
         m_running = task.path;
+        m_runningFull = task.full;
         const QString path = task.path;
         const QSize view = m_viewSize;
         const bool full = task.full;
@@ -128,10 +130,12 @@ void ImageCache::startNext()
     }
 }
 
-qint64 ImageCache::expectedBytes(const QString& path)
+qint64 ImageCache::expectedBytes(const QString& path, const QSize& view)
 {
     QImageReader reader(path);
-    const QSize size = reader.size();
+    QSize size = reader.size();
+    if (view.isValid())
+        size = ImageDecode::fitted(size, view);
     return size.isValid() ? qint64(size.width()) * size.height() * 4 : 0;
 }
 

@@ -42,6 +42,8 @@ public:
     const QStringList& wanted() const { return m_wanted; }
 
     bool isDecoding(const QString& path) const { return m_running == path; }
+    // Whether the running decode is that of path at the view's size, which ends soon.
+    bool isDecodingForView(const QString& path) const { return m_running == path && !m_runningFull; }
     qint64 bytesKept() const { return m_bytes; }
     QStringList keptPaths() const { return m_kept.keys(); }
     // Blocks until the running decode (if any) has finished and been handed over.
@@ -60,8 +62,9 @@ private:
     void startNext();
     void finished(const DecodedImage& image);
     void makeRoom(const QString& keep);
-    // What the full-resolution decode of path will take, from its header.
-    static qint64 expectedBytes(const QString& path);
+    // What the decode of path will take, from its header: at full resolution, or
+    // reduced to fit `view` when that is valid.
+    static qint64 expectedBytes(const QString& path, const QSize& view);
     void drop(const QString& path);
 
     QThreadPool m_pool;
@@ -73,4 +76,5 @@ private:
     QStringList m_wanted;
     QSet<QString> m_tried; // tasks started since the last want()
     QString m_running;
+    bool m_runningFull = false;
 };
