@@ -9,7 +9,7 @@ packages=(
   libgl-dev libxkbcommon-dev
   clang libclang-rt-14-dev
   xvfb xauth xdotool imagemagick
-  ffmpeg python3 python3-numpy python3-opencv
+  ffmpeg python3 python3-numpy python3-opencv python3-yaml
   fonts-dejavu-core fonts-symbola
   dpkg-dev file desktop-file-utils
 )

@@ -314,6 +314,8 @@ void MainWindow::buildToolbar()
     QAction* prelabelAction = addMenuAction(editMenu, QStringLiteral("prelabelAction"),
                                             QStringLiteral("Pre-label with YOLO..."));
     editMenu->addSeparator();
+    QAction* checkAction = addMenuAction(editMenu, QStringLiteral("checkDatasetAction"),
+                                         QStringLiteral("Check Dataset..."));
     QAction* splitAction = addMenuAction(editMenu, QStringLiteral("exportSplitAction"),
                                          QStringLiteral("Split Dataset into Train/Test subsets..."));
     editMenu->addSeparator();
@@ -329,6 +331,7 @@ void MainWindow::buildToolbar()
     connect(inferenceAction, &QAction::triggered, this, &MainWindow::onYoloInference);
     connect(annotateVideoAction, &QAction::triggered, this, &MainWindow::onYoloAnnotateVideo);
     connect(prelabelAction, &QAction::triggered, this, &MainWindow::onPrelabel);
+    connect(checkAction, &QAction::triggered, this, &MainWindow::onCheckDataset);
     connect(splitAction, &QAction::triggered, this, &MainWindow::onExportSplit);
     connect(toKeyPointsAction, &QAction::triggered, this, &MainWindow::onConvertBBoxesToKeyPoints);
     connect(toBBoxesAction, &QAction::triggered, this, &MainWindow::onConvertKeyPointsToBBoxes);
@@ -367,6 +370,9 @@ void MainWindow::buildToolbar()
                                          QStringLiteral("Export Classes/Labels text file"));
     QAction* importNames = addMenuAction(exportMenu, QStringLiteral("importObjectNamesAction"),
                                          QStringLiteral("Import Classes/Labels text file"));
+    exportMenu->addSection(QStringLiteral("Training"));
+    QAction* exportTraining = addMenuAction(exportMenu, QStringLiteral("exportForTrainingAction"),
+                                            QStringLiteral("Export for Training..."));
     exportMenu->addSection(QStringLiteral("Collage"));
     QAction* exportCollage = addMenuAction(exportMenu, QStringLiteral("exportCollageAction"),
                                            QStringLiteral("Export Collage..."));
@@ -384,6 +390,7 @@ void MainWindow::buildToolbar()
     connect(exportNames, &QAction::triggered, this, &MainWindow::onExportObjectNames);
     connect(importNames, &QAction::triggered, this, &MainWindow::onImportObjectNames);
     connect(exportCollage, &QAction::triggered, this, &MainWindow::onExportCollage);
+    connect(exportTraining, &QAction::triggered, this, &MainWindow::onExportForTraining);
 
     toolbar->addSeparator();
     QToolButton* helpButton = makeToolButton(

@@ -11,6 +11,7 @@
 class AnnotationsPanel;
 class ImageCache;
 struct DecodedImage;
+class CheckDialog;
 class ImageCanvas;
 class ImageListWidget;
 class ProposalReview;
@@ -26,6 +27,7 @@ class QToolButton;
 // mainwindow_keys.cpp (keyboard and window events), mainwindow_labels.cpp (label list,
 // combos), mainwindow_labelops.cpp (label changes across the dataset),
 // mainwindow_exportimport.cpp, mainwindow_tools.cpp (split, conversions, collage),
+// mainwindow_training.cpp (dataset check, export for training),
 // mainwindow_video.cpp (video frames), mainwindow_ai.cpp (YOLO over videos),
 // mainwindow_prelabel.cpp (YOLO over the dataset; the review is ProposalReview's).
 class MainWindow : public QMainWindow {
@@ -77,6 +79,8 @@ public:
     ProposalReview* proposalReview = nullptr;
     // Decoded images of the current image and its neighbours (mainwindow_images.cpp).
     ImageCache* imageCache = nullptr;
+    // The result of the last dataset check; made on the first check.
+    CheckDialog* checkDialog = nullptr;
 
     // Dataset session state.
     QString imagesFolder;
@@ -136,6 +140,8 @@ private Q_SLOTS:
     void onExportSplit();
     void onExportObjectNames();
     void onExportCollage();
+    void onCheckDataset();
+    void onExportForTraining();
     void syncCurrentBoxes();
     void onCreateComboChanged(const QString& text);
     void onManageLabels();
@@ -155,6 +161,8 @@ private:
     // Shows the snapshot `shapes` on the canvas and writes (or removes) the file.
     void restoreSnapshot(const QList<BoxAnnotation>& shapes);
     void selectImageRow(int row);
+    // Shows the image of a check result and selects its shape.
+    void openCheckedShape(int record, const QString& image, int shape);
     // Empties the canvas and the annotations panel.
     void showNoImage();
 

@@ -3,20 +3,14 @@
 
 #include "app/mainwindow.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QProgressDialog>
-
 #include "canvas/imagecanvas.h"
 #include "formats/datasetreading.h"
 #include "formats/exportimport.h"
 #include "formats/yoloposeexportdialog.h"
+#include "ui/backgroundtask.h"
 #include "ui/userprompts.h"
 
 namespace {
-
-constexpr int kShowProgressAfterMs = 400;
-constexpr int kProgressRefreshMs = 40;
 
 void reportExport(QWidget* parent, const ExportImportResult& result)
 {
@@ -38,35 +32,23 @@ bool MainWindow::readWholeDataset(bool imageSizes, QList<int>* incomplete)
     if (pending.isEmpty())
         return true;
 
-    QProgressDialog dialog(QStringLiteral("Reading annotation files..."), QStringLiteral("Cancel"),
-                           0, int(pending.size()), this);
-    dialog.setObjectName(QStringLiteral("readProgressDialog"));
-    dialog.setWindowTitle(QStringLiteral("Reading annotations"));
-    dialog.setWindowModality(Qt::WindowModal);
-    dialog.setMinimumDuration(kShowProgressAfterMs);
-    dialog.setAutoReset(false);
-    // Every value set on a modal progress dialog runs the event loop once: set one only
-    // now and then, so that the reading, not the dialog, takes the time.
-    QElapsedTimer sinceRefresh;
-    sinceRefresh.start();
-    const auto progress = [&](int done, int total) {
-        if (done == 0 || done == total || sinceRefresh.elapsed() >= kProgressRefreshMs) {
-            dialog.setValue(done);
-            sinceRefresh.restart();
-        }
-        return !dialog.wasCanceled();
-    };
-    const DatasetReading::Outcome outcome =
-        DatasetReading::readRecords(images, pending, options, progress);
-    // Off the screen before the command goes on without the event loop; the window
-    // repaints where the dialog stood.
-    if (dialog.isVisible()) {
-        dialog.hide();
-        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
-    }
+    // The files are read off the GUI thread into a list of their own; only the GUI
+    // thread changes the records, once the reading is done.
+    QList<DatasetReading::RecordRead> reads;
+    bool stopped = false;
+    const QList<ImageAnnotations> snapshot = images;
+    const bool finished = BackgroundTask::run(
+        this, QStringLiteral("Reading annotations"), QStringLiteral("Reading annotation files..."),
+        [&](const BackgroundTask::Progress& progress) {
+            reads = DatasetReading::readAll(snapshot, pending, options, progress, &stopped);
+        },
+        QStringLiteral("readProgressDialog"));
+    if (!finished || stopped)
+        return false;
+    const DatasetReading::Outcome outcome = DatasetReading::apply(images, pending, reads);
     if (incomplete)
         *incomplete = outcome.incomplete;
-    return !outcome.cancelled;
+    return true;
 }
 
 // --- Exports ---------------------------------------------------------------------------

@@ -10,37 +10,11 @@
 #include <QSaveFile>
 #include <QSet>
 
-namespace {
-QString labelFilePath(const QString& annotationsFolder)
-{
-    return QDir(annotationsFolder).filePath(QStringLiteral("label_colors.json"));
-}
-} // namespace
+#include "model/labelcolorsfile.h"
 
 void MainWindow::loadLabelConfig()
 {
-    QSet<QString> known;
-    for (const LabelDef& label : std::as_const(labels))
-        known.insert(label.name);
-
-    QFile file(labelFilePath(annotationsFolder));
-    if (annotationsFolder.isEmpty() || !file.exists() || !file.open(QIODevice::ReadOnly)) {
-        applyLabels();
-        return;
-    }
-    // Anything but a top-level array counts as an empty file; the next write replaces it.
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-    const QJsonArray entries = doc.isArray() ? doc.array() : QJsonArray();
-    for (const QJsonValue& entry : entries) {
-        const QJsonObject object = entry.toObject();
-        const QString name = object.value(QLatin1String("name")).toString();
-        const QColor color = QColor::fromString(object.value(QLatin1String("color")).toString());
-        // Labels already in the list keep their colour.
-        if (name.isEmpty() || !color.isValid() || known.contains(name))
-            continue;
-        labels.append({name, color});
-        known.insert(name);
-    }
+    LabelColorsFile::merge(labels, annotationsFolder);
     applyLabels();
 }
 
@@ -56,7 +30,7 @@ void MainWindow::saveLabelConfig()
         entries.append(object);
     }
     // Failures are silent: the colours are a convenience, the annotations are elsewhere.
-    QSaveFile file(labelFilePath(annotationsFolder));
+    QSaveFile file(LabelColorsFile::path(annotationsFolder));
     if (!file.open(QIODevice::WriteOnly))
         return;
     file.write(QJsonDocument(entries).toJson(QJsonDocument::Indented));

@@ -4,15 +4,38 @@
 #include <QXmlStreamReader>
 
 #include "model/labelpalette.h"
+#include "model/plainxml.h"
 
-QStringList scanLabelNames(const QString& xmlPath)
+namespace {
+
+// The element text up to its end tag, as QXmlStreamReader::readElementText() gives it
+// (a child element is an error).
+QString elementText(QXmlStreamReader& xml)
+{
+    return xml.readElementText();
+}
+
+QString elementText(PlainXmlReader& xml)
+{
+    QString text;
+    for (;;) {
+        switch (xml.readNext()) {
+        case QXmlStreamReader::Characters:
+            text.append(xml.text());
+            break;
+        case QXmlStreamReader::EndElement:
+            return text;
+        default:
+            xml.raiseError(QString());
+            return text;
+        }
+    }
+}
+
+template <typename Xml>
+QStringList scan(Xml& xml)
 {
     QStringList names;
-    QFile file(xmlPath);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return names;
-
-    QXmlStreamReader xml(&file);
     bool inObject = false;
     bool inBndbox = false;
     while (!xml.atEnd()) {
@@ -27,8 +50,8 @@ QStringList scanLabelNames(const QString& xmlPath)
             } else if (tag == u"bndbox") {
                 inBndbox = true;
             } else if ((tag == u"name" || tag == u"n") && inObject && !inBndbox) {
-                // readElementText consumes the end element, so no flag needs clearing.
-                const QString name = xml.readElementText().trimmed();
+                // Reading the text consumes the end element, so no flag needs clearing.
+                const QString name = elementText(xml).trimmed();
                 if (xml.hasError())
                     break;
                 if (!name.isEmpty())
@@ -43,6 +66,27 @@ QStringList scanLabelNames(const QString& xmlPath)
         }
     }
     return names;
+}
+
+} // namespace
+
+QStringList scanLabelNamesInData(const QByteArray& data)
+{
+    // Files in the form this program writes take the fast tokeniser, which gives the same
+    // tokens; every other file goes through QXmlStreamReader.
+    PlainXmlReader plain;
+    if (plain.parse(data))
+        return scan(plain);
+    QXmlStreamReader xml(data);
+    return scan(xml);
+}
+
+QStringList scanLabelNames(const QString& xmlPath)
+{
+    QFile file(xmlPath);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return {};
+    return scanLabelNamesInData(file.readAll());
 }
 
 int appendLabelsFromFile(QList<LabelDef>& labels, const QString& xmlPath)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -12,6 +13,8 @@
 // its <bndbox>. An unreadable file gives nothing; a malformed one gives the names read
 // before the first error.
 QStringList scanLabelNames(const QString& xmlPath);
+// The same scan over the bytes of a file already read.
+QStringList scanLabelNamesInData(const QByteArray& data);
 
 // Appends to `labels` every name of scanLabelNames(xmlPath) that the list does not hold
 // yet, each with the palette colour of its position. Returns the number appended.

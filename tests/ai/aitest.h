@@ -83,14 +83,14 @@ struct Sandbox {
 inline const QByteArray model = R"({"classes": [{"name": "person", "bgr": [0, 0, 255], "conf": 0.9},
                                    {"name": "car", "bgr": [255, 0, 0], "conf": 0.4}], "keypoints": true})";
 
-// 160 x 120, 10 fps, 20 frames: a red square ("person", pixels 10..49 x 20..49) in frames
-// 1-10, a blue one ("car", 80..139 x 60..99) in frames 6-15, nothing in 16-20.
+// 160 x 120, 10 fps, 9 frames: a red square ("person", pixels 10..49 x 20..49) in frames
+// 1-4, a blue one ("car", 80..139 x 60..99) in frames 3-7, nothing in 8-9.
 inline void makeVideo(const QString& video)
 {
     QProcess p;
-    p.start("/usr/bin/ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "color=c=black:s=160x120:r=10", "-frames:v", "20",
-                                "-vf", "drawbox=10:20:40:30:red:fill:enable='lt(n,10)',drawbox=80:60:60:40:blue:fill:"
-                                "enable='between(n,5,14)'", "-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p", video});
+    p.start("/usr/bin/ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "color=c=black:s=160x120:r=10", "-frames:v", "9",
+                                "-vf", "drawbox=10:20:40:30:red:fill:enable='lt(n,4)',drawbox=80:60:60:40:blue:fill:"
+                                "enable='between(n,2,6)'", "-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p", video});
     QVERIFY(p.waitForFinished(30000) && p.exitCode() == 0);
 }
 

@@ -3,6 +3,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDirIterator>
+#include <QProcessEnvironment>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -120,26 +121,37 @@ struct Helper {
     }
 };
 
-// Runs yolo_prelabel.py on images i0, i1 ... made from `kinds` ("-" = not an image, "!" = no file).
-Helper runHelper(const Sandbox& box, const QByteArray& modelText, const QStringList& kinds, const QStringList& extra = {})
+// Starts yolo_prelabel.py in `dir` on images i0, i1 ... made from `kinds` ("-" = not an
+// image, "!" = no file).
+QProcess* startHelper(const QString& dir, const QByteArray& modelText, const QStringList& kinds, const QStringList& extra,
+                      bool withPackage)
 {
     QStringList list;
     for (int i = 0; i < kinds.size(); ++i) {
-        const QString path = box.path(QString("i%1.%2").arg(i).arg(kinds[i] == "e" ? "jpg" : "png"));
+        const QString path = dir + QString("/i%1.%2").arg(i).arg(kinds[i] == "e" ? "jpg" : "png");
         if (kinds[i] == "-")
             writeFile(path, "not an image");
         else if (kinds[i] != "!")
             makeImage(path, kinds[i]);
         list << path;
     }
-    writeFile(box.path("list.txt"), list.join('\n').toUtf8());
-    writeFile(box.path("m.pt"), modelText);
-    QProcess helper;
-    helper.start("/usr/bin/python3", QStringList{AI_SCRIPTS_DIR "/yolo_prelabel.py", "--model", box.path("m.pt"),
-                                                 "--list", box.path("list.txt")} + extra);
-    helper.waitForFinished(60000);
-    return {helper.exitCode(), QString::fromUtf8(helper.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
-            helper.readAllStandardError()};
+    writeFile(dir + "/list.txt", list.join('\n').toUtf8());
+    writeFile(dir + "/m.pt", modelText);
+    auto* helper = new QProcess;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("PYTHONPATH", withPackage ? AI_TEST_DIR "/fake_ultralytics" : "");
+    helper->setProcessEnvironment(env);
+    helper->setWorkingDirectory(dir);
+    helper->start("/usr/bin/python3", QStringList{AI_SCRIPTS_DIR "/yolo_prelabel.py", "--model", dir + "/m.pt",
+                                                  "--list", dir + "/list.txt"} + extra);
+    return helper;
+}
+
+Helper finish(QProcess* helper)
+{
+    helper->waitForFinished(60000);
+    return {helper->exitCode(), QString::fromUtf8(helper->readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
+            helper->readAllStandardError()};
 }
 
 QStringList results(const Helper& run)
@@ -210,11 +222,12 @@ QMap<QString, QByteArray> contents(const QString& folder)
 
 class TestPrelabel : public QObject {
     Q_OBJECT
+    QTemporaryDir m_dir;
+    QMap<QString, QProcess*> m_helpers; // by row, all started by helper_data()
 private Q_SLOTS:
-    void helperShapes_data();
-    void helperShapes();
-    void helperErrors_data();
-    void helperErrors();
+    void cleanupTestCase() { qDeleteAll(m_helpers); }
+    void helper_data();
+    void helper();
     void mappingDefaults_data();
     void mappingDefaults();
     void run_data();
@@ -225,75 +238,69 @@ private Q_SLOTS:
     void exportsIgnoreProposals();
 };
 
-void TestPrelabel::helperShapes_data()
+// The helper alone, every row's run started at once: shapes per task, then its errors.
+void TestPrelabel::helper_data()
 {
     QTest::addColumn<QString>("task");
     QTest::addColumn<QString>("extra");
-    QTest::addColumn<QStringList>("images");
-    QTest::addColumn<QStringList>("expected");
-    QTest::newRow("detect, EXIF applied") << "detect" << "" << QStringList{"rq", "e"} << QStringList{
-        "i0.png 160x120: person bndbox 10,20-49,49; car bndbox 75,35-144,104", "i1.jpg 32x48: person bndbox 0,0-31,15"};
-    QTest::newRow("segment, hole dropped") << "segment" << "" << QStringList{"rq", "s", "p"} << QStringList{
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("kinds");
+    QTest::addColumn<QStringList>("expected"); // the results, or the starts of the errors ("$D" = the row's folder)
+    const auto row = [this](const char* tag, const QString& task, const QString& extra, const QStringList& images, int exitCode,
+                            const QString& kinds, const QStringList& expected) {
+        QTest::newRow(tag) << task << extra << exitCode << kinds << expected;
+        const QString dir = m_dir.filePath(QString::number(m_helpers.size()));
+        QDir().mkpath(dir);
+        const QString fault = QString(tag).section(' ', 0, 1);
+        m_helpers.insert(tag, startHelper(dir, modelJson(task, extra), images,
+                                          fault == "no model" ? QStringList{"--model", dir + "/none.pt"} : QStringList{},
+                                          fault != "no package"));
+    };
+    const QString shapes = "CLASSES TOTAL %1 PROGRESS DONE";
+    row("detect, EXIF applied", "detect", "", {"rq", "e"}, 0, shapes.arg("RESULT RESULT"), {
+        "i0.png 160x120: person bndbox 10,20-49,49; car bndbox 75,35-144,104", "i1.jpg 32x48: person bndbox 0,0-31,15"});
+    row("segment, hole dropped", "segment", "", {"rq", "s", "p"}, 0, shapes.arg("RESULT RESULT RESULT"), {
         "i0.png 160x120: person polygon 10,20-49,49 n4; car polygon 75,35-144,104 n4", "i1.png 160x120: car polygon 9 to 64 vertices",
-        "i2.png 160x120: car polygon 20,20-79,79 n4"};
-    QTest::newRow("pose, named") << "pose" << R"(, "kpt_names": ["tl", "tr", "br", "bl"])" << QStringList{"r"} << QStringList{
-        "i0.png 160x120: person bndbox 10,20-49,49; tl keypoint 10,20-10,20; tr keypoint 50,20-50,20; bl keypoint 10,50-10,50"};
-    QTest::newRow("pose, numbered") << "pose" << "" << QStringList{"r"} << QStringList{
-        "i0.png 160x120: person bndbox 10,20-49,49; kp0 keypoint 10,20-10,20; kp1 keypoint 50,20-50,20; kp3 keypoint 10,50-10,50"};
-    QTest::newRow("obb") << "obb" << "" << QStringList{"o", "r"} << QStringList{
-        "i0.png 160x120: car rotatedbox a30 60x20 @80,60", "i1.png 160x120: person rotatedbox a0 40x30 @30,35"};
+        "i2.png 160x120: car polygon 20,20-79,79 n4"});
+    row("pose, named", "pose", R"(, "kpt_names": ["tl", "tr", "br", "bl"])", {"r"}, 0, shapes.arg("RESULT"), {
+        "i0.png 160x120: person bndbox 10,20-49,49; tl keypoint 10,20-10,20; tr keypoint 50,20-50,20; bl keypoint 10,50-10,50"});
+    row("pose, numbered", "pose", "", {"r"}, 0, shapes.arg("RESULT"), {
+        "i0.png 160x120: person bndbox 10,20-49,49; kp0 keypoint 10,20-10,20; kp1 keypoint 50,20-50,20; kp3 keypoint 10,50-10,50"});
+    row("obb", "obb", "", {"o", "r"}, 0, shapes.arg("RESULT RESULT"), {
+        "i0.png 160x120: car rotatedbox a30 60x20 @80,60", "i1.png 160x120: person rotatedbox a0 40x30 @30,35"});
+    const QStringList all{"r", "-", "!", "rg"};
+    row("no model", "detect", "", all, 2, "ERROR", {"ERROR:Model file not found: $D/none.pt"});
+    row("no package", "detect", "", all, 3, "ERROR", {"ERROR:Missing Python package: ultralytics. Click"});
+    row("classifier", "classify", "", all, 2, "ERROR", {"ERROR:A classify model proposes no shapes"});
+    row("bad images, a failing one", "detect", "", all, 1, "CLASSES TOTAL ERROR ERROR RESULT ERROR PROGRESS DONE",
+        {"ERROR:Cannot read image: $D/i1.png", "ERROR:Cannot read image: $D/i2.png",
+         "ERROR:Inference failed on $D/i3.png (RuntimeError: CUDA error"});
 }
 
-void TestPrelabel::helperShapes()
+void TestPrelabel::helper()
 {
     QFETCH(QString, task);
     QFETCH(QString, extra);
-    QFETCH(QStringList, images);
+    QFETCH(int, exitCode);
     QFETCH(QStringList, expected);
-    Sandbox box;
-    const Helper run = runHelper(box, modelJson(task, extra), images);
-    QCOMPARE(run.exitCode, 0);
-    QCOMPARE(run.kinds(), QString("CLASSES TOTAL %1 PROGRESS DONE").arg(QStringList(images.size(), "RESULT").join(' ')));
+    QProcess* process = m_helpers.value(QTest::currentDataTag());
+    const QString dir = process->workingDirectory();
+    const Helper run = finish(process);
+    QCOMPARE(run.exitCode, exitCode);
+    QTEST(run.kinds(), "kinds");
+    QVERIFY(!run.err.contains("Traceback"));
+    const QStringList errors = run.out.filter(QRegularExpression("^ERROR:"));
+    if (exitCode != 0) {
+        QCOMPARE(errors.size(), expected.size());
+        for (int i = 0; i < expected.size(); ++i)
+            QVERIFY2(errors[i].startsWith(expected[i].replace("$D", dir)), qPrintable(errors[i]));
+        QVERIFY(exitCode != 1 || run.out.last() == "DONE:1:1");
+        return;
+    }
     QCOMPARE(run.out[0], QString(R"(CLASSES:{"task":"%1","names":["person","car"],"keypoints":[%2]})")
                              .arg(task, extra.isEmpty() ? "" : R"("tl","tr","br","bl")"));
     QCOMPARE(results(run), expected);
-    QVERIFY(run.out.last().startsWith(QString("DONE:%1:").arg(images.size())));
-}
-
-void TestPrelabel::helperErrors_data()
-{
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("kinds");
-    QTest::addColumn<QStringList>("errors"); // "$D" = the sandbox
-    QTest::newRow("no model") << "model" << 2 << "ERROR" << QStringList{"ERROR:Model file not found: $D/none.pt"};
-    QTest::newRow("no package") << "package" << 3 << "ERROR" << QStringList{"ERROR:Missing Python package: ultralytics. Click"};
-    QTest::newRow("classifier") << "classify" << 2 << "ERROR" << QStringList{"ERROR:A classify model proposes no shapes"};
-    QTest::newRow("bad images, a failing one") << "" << 1 << "CLASSES TOTAL ERROR ERROR RESULT ERROR PROGRESS DONE"
-        << QStringList{"ERROR:Cannot read image: $D/i1.png", "ERROR:Cannot read image: $D/i2.png",
-                       "ERROR:Inference failed on $D/i3.png (RuntimeError: CUDA error"};
-}
-
-void TestPrelabel::helperErrors()
-{
-    QFETCH(QString, fault);
-    QFETCH(int, exitCode);
-    QFETCH(QString, kinds);
-    QFETCH(QStringList, errors);
-    Sandbox box;
-    if (fault == "package")
-        qputenv("PYTHONPATH", "");
-    const QStringList extra = fault == "model" ? QStringList{"--model", box.path("none.pt")} : QStringList{};
-    const Helper run = runHelper(box, modelJson(fault == "classify" ? "classify" : "detect"), {"r", "-", "!", "rg"}, extra);
-    QCOMPARE(run.exitCode, exitCode);
-    QCOMPARE(run.kinds(), kinds);
-    const QStringList found = run.out.filter(QRegularExpression("^ERROR:"));
-    QCOMPARE(found.size(), errors.size());
-    for (int i = 0; i < errors.size(); ++i)
-        QVERIFY2(found[i].startsWith(errors[i].replace("$D", box.dir.path())), qPrintable(found[i]));
-    QVERIFY(!run.err.contains("Traceback"));
-    if (fault.isEmpty())
-        QCOMPARE(run.out.last(), "DONE:1:1");
+    QVERIFY(run.out.last().startsWith(QString("DONE:%1:").arg(expected.size())));
 }
 
 // Through the window: which images, the mapping, labels, sidecars, marks, the log.
@@ -399,7 +406,6 @@ void TestPrelabel::run()
         button(dialog, "runButton")->click();
         if (!deleted.isEmpty()) { // once the helper is reading, before the model answers
             (void)QTest::qWaitFor([&] { return logLines(dialog, false).join(' ').contains("Model: m.pt"); });
-            QTest::qWait(150);
             QFile::remove(data.images + '/' + deleted + ".png");
         }
         waitIdle(dialog);

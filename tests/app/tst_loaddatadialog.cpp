@@ -1,7 +1,5 @@
 #include <QDir>
-#include <QFileInfo>
 #include <QLabel>
-#include <QLineEdit>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -11,161 +9,82 @@
 
 class TestLoadDataDialog : public QObject {
     Q_OBJECT
-
 private Q_SLOTS:
-    void layoutAndTexts();
-    void browseImagesFillsAnnotationsWhenEmpty_data();
-    void browseImagesFillsAnnotationsWhenEmpty();
-    void browseAnnotationsStartFolder_data();
-    void browseAnnotationsStartFolder();
+    void browse_data();
+    void browse();
     void accept_data();
     void accept();
 };
 
-void TestLoadDataDialog::layoutAndTexts()
+// The folder each Change... button starts in, and what an answer (or a cancel) fills in.
+void TestLoadDataDialog::browse_data()
 {
-    LoadDataDialog dialog(nullptr, "/data/imgs", QString());
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("Load Data"));
-    QVERIFY(dialog.isModal());
-    QCOMPARE(dialog.minimumWidth(), 640);
-    QCOMPARE(dialog.imagesEdit->text(), QStringLiteral("/data/imgs"));
-    QCOMPARE(dialog.annotationsFolder(), QString());
-    for (QLineEdit* edit : {dialog.imagesEdit, dialog.annotationsEdit}) {
-        QVERIFY(edit->isReadOnly());
-        QCOMPARE(edit->placeholderText(), QStringLiteral("(no folder selected)"));
-    }
-    QStringList labelTexts;
-    for (QLabel* label : dialog.findChildren<QLabel*>())
-        labelTexts << label->text();
-    QVERIFY(labelTexts.contains("Images folder"));
-    QVERIFY(labelTexts.contains("Annotations folder"));
-    QVERIFY(labelTexts.contains("If the annotations folder contains .xml files, bounding boxes "
-                                "will be\nloaded automatically when you open each image."));
-    auto* ok = dialog.findChild<QPushButton*>("okButton");
-    QVERIFY(ok);
-    QCOMPARE(ok->text(), QStringLiteral("OK"));
-    QVERIFY(ok->isDefault());
-    QCOMPARE(dialog.findChild<QPushButton*>("cancelButton")->text(), QStringLiteral("Cancel"));
-    QCOMPARE(dialog.findChild<QPushButton*>("browseImagesButton")->text(),
-             QStringLiteral("Change..."));
-
-    dialog.findChild<QPushButton*>("cancelButton")->click();
-    QCOMPARE(dialog.result(), int(QDialog::Rejected));
-}
-
-void TestLoadDataDialog::browseImagesFillsAnnotationsWhenEmpty_data()
-{
-    QTest::addColumn<QString>("images");
-    QTest::addColumn<QString>("annotations");
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<QStringList>("before"); // images, annotations
     QTest::addColumn<QString>("answer");
-    QTest::addColumn<QString>("expectedStart");
-    QTest::addColumn<QString>("expectedImages");
-    QTest::addColumn<QString>("expectedAnnotations");
-
-    QTest::newRow("fresh") << "" << "" << "/data/imgs" << QDir::homePath() << "/data/imgs"
-                           << "/data/imgs/annotations";
-    QTest::newRow("annotations already chosen")
-        << "/old" << "/ann" << "/data/imgs" << "/old" << "/data/imgs" << "/ann";
-    QTest::newRow("cancelled") << "/old" << "" << "" << "/old" << "/old" << "";
+    QTest::addColumn<QStringList>("after");  // start folder ("~" = home), images, annotations
+    QTest::newRow("images, fresh") << "Images" << QStringList{"", ""} << "/d/i" << QStringList{"~", "/d/i", "/d/i/annotations"};
+    QTest::newRow("images, annotations set") << "Images" << QStringList{"/old", "/a"} << "/d/i" << QStringList{"/old", "/d/i", "/a"};
+    QTest::newRow("images, cancelled") << "Images" << QStringList{"/old", ""} << "" << QStringList{"/old", "/old", ""};
+    QTest::newRow("annotations set") << "Annotations" << QStringList{"/i", "/a"} << "/p" << QStringList{"/a", "/i", "/p"};
+    QTest::newRow("only images set") << "Annotations" << QStringList{"/i", ""} << "/p" << QStringList{"/i", "/i", "/p"};
+    QTest::newRow("nothing set") << "Annotations" << QStringList{"", ""} << "/p" << QStringList{"~", "", "/p"};
 }
 
-void TestLoadDataDialog::browseImagesFillsAnnotationsWhenEmpty()
+void TestLoadDataDialog::browse()
 {
-    QFETCH(QString, images);
-    QFETCH(QString, annotations);
+    QFETCH(QString, button);
+    QFETCH(QStringList, before);
     QFETCH(QString, answer);
-    QFETCH(QString, expectedStart);
-    QFETCH(QString, expectedImages);
-    QFETCH(QString, expectedAnnotations);
-
+    QFETCH(QStringList, after);
     ScriptedPrompts prompts;
     prompts.directoryAnswers << answer;
-    LoadDataDialog dialog(nullptr, images, annotations);
-    dialog.findChild<QPushButton*>("browseImagesButton")->click();
+    LoadDataDialog dialog(nullptr, before[0], before[1]);
+    dialog.findChild<QPushButton*>("browse" + button + "Button")->click();
     QCOMPARE(prompts.calls.size(), 1);
-    QCOMPARE(prompts.last().title, QStringLiteral("Select images folder"));
-    QCOMPARE(prompts.last().text, expectedStart);
-    QCOMPARE(dialog.imagesFolder(), expectedImages);
-    QCOMPARE(dialog.annotationsFolder(), expectedAnnotations);
-}
-
-void TestLoadDataDialog::browseAnnotationsStartFolder_data()
-{
-    QTest::addColumn<QString>("images");
-    QTest::addColumn<QString>("annotations");
-    QTest::addColumn<QString>("expectedStart");
-    QTest::newRow("annotations set") << "/i" << "/a" << "/a";
-    QTest::newRow("only images set") << "/i" << "" << "/i";
-    QTest::newRow("nothing set") << "" << "" << QDir::homePath();
-}
-
-void TestLoadDataDialog::browseAnnotationsStartFolder()
-{
-    QFETCH(QString, images);
-    QFETCH(QString, annotations);
-    QFETCH(QString, expectedStart);
-
-    ScriptedPrompts prompts;
-    prompts.directoryAnswers << "/picked";
-    LoadDataDialog dialog(nullptr, images, annotations);
-    dialog.findChild<QPushButton*>("browseAnnotationsButton")->click();
-    QCOMPARE(prompts.last().title, QStringLiteral("Select annotations folder"));
-    QCOMPARE(prompts.last().text, expectedStart);
-    QCOMPARE(dialog.annotationsFolder(), QStringLiteral("/picked"));
-    QCOMPARE(dialog.imagesFolder(), images);
+    QCOMPARE(prompts.last().title, "Select " + button.toLower() + " folder");
+    QCOMPARE(prompts.last().text, after[0].replace("~", QDir::homePath()));
+    QCOMPARE(QStringList({dialog.imagesFolder(), dialog.annotationsFolder()}), after.mid(1));
 }
 
 void TestLoadDataDialog::accept_data()
 {
-    // Paths are relative to a temporary folder; "@" stands for it.
-    QTest::addColumn<QString>("images");
+    QTest::addColumn<QString>("images"); // "@" = a scratch folder holding the plain file "file"
     QTest::addColumn<QString>("annotations");
-    QTest::addColumn<bool>("accepted");
-    QTest::addColumn<QString>("warningTitle");
-    QTest::addColumn<QString>("warningText");
-
-    QTest::newRow("no images folder")
-        << "  " << "@/ann" << false << "Missing folder" << "Please select an images folder.";
-    QTest::newRow("no annotations folder")
-        << "@/imgs" << " " << false << "Missing folder" << "Please select an annotations folder.";
-    QTest::newRow("annotations folder created with its parents")
-        << "@/missing-images" << "@/deep/er/ann" << true << "" << "";
-    QTest::newRow("annotations folder cannot be created")
-        << "@/imgs" << "@/file/ann" << false << "Error"
-        << "Could not create annotations folder:\n@/file/ann";
+    QTest::addColumn<QStringList>("warning"); // title, text; none: accepted
+    QTest::newRow("no images folder") << "  " << "@/ann" << QStringList{"Missing folder", "Please select an images folder."};
+    QTest::newRow("no annotations folder") << "@/imgs" << " " << QStringList{"Missing folder", "Please select an annotations folder."};
+    QTest::newRow("annotations made with parents") << "@/missing" << "@/deep/er/ann" << QStringList{};
+    QTest::newRow("annotations cannot be made") << "@/imgs" << "@/file/ann"
+                                                << QStringList{"Error", "Could not create annotations folder:\n@/file/ann"};
 }
 
 void TestLoadDataDialog::accept()
 {
     QFETCH(QString, images);
     QFETCH(QString, annotations);
-    QFETCH(bool, accepted);
-    QFETCH(QString, warningTitle);
-    QFETCH(QString, warningText);
-
+    QFETCH(QStringList, warning);
     QTemporaryDir dir;
-    QFile blocker(dir.filePath("file"));
-    QVERIFY(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
+    QFile(dir.filePath("file")).open(QIODevice::WriteOnly);
     images.replace("@", dir.path());
     annotations.replace("@", dir.path());
-    warningText.replace("@", dir.path());
-
     ScriptedPrompts prompts;
     LoadDataDialog dialog(nullptr, images, annotations);
+    QVERIFY(dialog.findChild<QPushButton*>("okButton")->isDefault());
+    bool explained = false;
+    for (QLabel* label : dialog.findChildren<QLabel*>())
+        explained |= label->text() == "If the annotations folder contains .xml files, bounding boxes will be\n"
+                                      "loaded automatically when you open each image.";
+    QVERIFY(explained);
     dialog.findChild<QPushButton*>("okButton")->click();
-    QCOMPARE(dialog.result() == QDialog::Accepted, accepted);
-    if (accepted) {
-        QVERIFY(prompts.calls.isEmpty());
-        QVERIFY(QFileInfo(annotations).isDir());
-        // The images folder is not checked, let alone created.
-        QVERIFY(!QFileInfo::exists(images));
-    } else {
-        QCOMPARE(prompts.calls.size(), 1);
-        QCOMPARE(prompts.last().kind, QStringLiteral("warning"));
-        QCOMPARE(prompts.last().title, warningTitle);
-        QCOMPARE(prompts.last().text, warningText);
-    }
+    QCOMPARE(dialog.result() == QDialog::Accepted, warning.isEmpty());
+    QStringList shown;
+    for (const ScriptedPrompts::Call& c : prompts.calls)
+        shown << c.title << c.text;
+    QCOMPARE(shown, warning.replaceInStrings("@", dir.path()));
+    QCOMPARE(QFileInfo(annotations).isDir(), warning.isEmpty());
+    QCOMPARE(prompts.callsOf("warning").size(), prompts.calls.size());
+    QVERIFY(!QFileInfo::exists(images)); // the images folder is neither checked nor made
 }
 
 QTEST_MAIN(TestLoadDataDialog)

@@ -19,8 +19,10 @@ grep -q '^Recommends:.*python3-opencv' <<<"$info" || fail "Recommends lacks pyth
 
 root=$scratch/root
 dpkg -x "$deb" "$root"
-[ "$(readlink -f "$root/usr/bin/brindle")" = "$root/usr/lib/brindle/brindle" ] \
-  || fail "usr/bin/brindle does not lead to usr/lib/brindle/brindle"
+for program in brindle brindle-convert; do
+  [ "$(readlink -f "$root/usr/bin/$program")" = "$root/usr/lib/brindle/$program" ] \
+    || fail "usr/bin/$program does not lead to usr/lib/brindle/$program"
+done
 for f in usr/share/applications/brindle.desktop usr/share/icons/hicolor/scalable/apps/brindle.svg \
          usr/share/icons/hicolor/48x48/apps/brindle.png usr/share/man/man1/brindle.1.gz; do
   [ -s "$root/$f" ] || fail "missing $f"
@@ -49,4 +51,10 @@ for _ in $(seq 100); do
 done
 grep -q "\"$label\"" data/images/annotations/label_colors.json 2>/dev/null \
   || { cat brindle.log; fail "the dataset was not opened (no label file with \"$label\")"; }
+# The installed converter exports the same dataset without a display.
+env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$root/usr/bin/brindle-convert" \
+  export ultralytics-detect data/images data/images/annotations out --val 0 >convert.log 2>&1 \
+  || { cat convert.log; fail "the installed brindle-convert failed"; }
+[ -s out/data.yaml ] && [ -s out/labels/train/street_01.txt ] \
+  || { cat convert.log; fail "brindle-convert wrote no data.yaml or label file"; }
 echo "package OK: $(basename "$deb")"

@@ -1,228 +1,100 @@
-#include <QAction>
-#include <QApplication>
 #include <QLabel>
 #include <QListWidget>
-#include <QMenu>
 #include <QSignalSpy>
-#include <QTest>
-#include <QTimer>
 
-#include "ui/imagelistdelegate.h"
 #include "labels/annotationspanel.h"
+#include "support/canvasfixture.h"
+#include "ui/imagelistdelegate.h"
 
-Q_DECLARE_METATYPE(BoxAnnotation)
-
-namespace {
-
-BoxAnnotation shape(const QString& label, ShapeType type, const QList<QPointF>& points)
-{
-    BoxAnnotation b;
-    b.label = label;
-    b.type = type;
-    b.points = points;
-    return b;
-}
-
-BoxAnnotation box(const QString& label, double x1, double y1, double x2, double y2)
-{
-    return shape(label, ShapeType::BoundingBox, {QPointF(x1, y1), QPointF(x2, y2)});
-}
-
-struct MenuSeen {
-    bool shown = false;
-    QString section;
-    QStringList entries;
-    QStringList checked;
-    QStringList checkable;
-};
-
-} // namespace
-
+// The shape list beside the canvas: rows, their tips, and what clicks on them ask for.
 class TestAnnotationsPanel : public QObject {
     Q_OBJECT
-
-private:
-    AnnotationsPanel* panel = nullptr;
-
+    std::unique_ptr<AnnotationsPanel> panel;
     QListWidget* list() const { return panel->listWidget(); }
     QRect rowRect(int row) const { return list()->visualRect(list()->model()->index(row, 0)); }
-    ImageListDelegate* delegate() const
-    {
-        return qobject_cast<ImageListDelegate*>(list()->itemDelegate());
-    }
-
-    // Opens the row's context menu; `choose` names the entry to click, or is empty to
-    // close the menu without a choice.
-    MenuSeen openMenuAt(const QPoint& pos, const QString& choose = QString())
-    {
-        MenuSeen seen;
-        QTimer::singleShot(0, this, [&] {
-            auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-            if (!menu)
-                return;
-            seen.shown = true;
-            QAction* pick = nullptr;
-            for (QAction* a : menu->actions()) {
-                if (a->isSeparator()) {
-                    seen.section = a->text();
-                    continue;
-                }
-                seen.entries << a->text();
-                if (a->isCheckable())
-                    seen.checkable << a->text();
-                if (a->isChecked())
-                    seen.checked << a->text();
-                if (a->text() == choose)
-                    pick = a;
-            }
-            if (pick)
-                QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(pick).center());
-            else
-                menu->close();
-        });
-        panel->onContextMenu(pos);
-        QCoreApplication::processEvents();
-        return seen;
-    }
+    ImageListDelegate* delegate() const { return qobject_cast<ImageListDelegate*>(list()->itemDelegate()); }
+    const Boxes three{box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6), box("c", 2, 2, 7, 7)};
 
 private Q_SLOTS:
     void init()
     {
-        panel = new AnnotationsPanel;
+        panel = std::make_unique<AnnotationsPanel>();
         panel->resize(260, 400);
         panel->show();
-        QVERIFY(QTest::qWaitForWindowExposed(panel));
+        QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
     }
-
-    void cleanup()
-    {
-        delete panel;
-        panel = nullptr;
-    }
-
-    void construction()
-    {
-        auto* title = panel->findChild<QLabel*>();
-        QVERIFY(title);
-        QCOMPARE(title->text(), QStringLiteral("Annotations"));
-        QCOMPARE(title->font().weight(), QFont::Bold);
-        QCOMPARE(panel->minimumWidth(), 180);
-        QVERIFY(list()->alternatingRowColors());
-        QVERIFY(list()->hasMouseTracking());
-        QVERIFY(list()->viewport()->hasMouseTracking());
-        QCOMPARE(list()->contextMenuPolicy(), Qt::CustomContextMenu);
-        QVERIFY(delegate());
-    }
+    void cleanup() { panel.reset(); }
 
     void rows_data()
     {
-        QTest::addColumn<BoxAnnotation>("shape");
-        QTest::addColumn<QString>("tip");
+        columns<BoxAnnotation, QString>("shape", "tip");
         QTest::newRow("box") << box("car", 10.7, 20.2, 50.9, 80.5) << "x:10 y:20  w:40 h:60";
         QTest::newRow("box reversed") << box("car", 50, 80, 10, 20) << "x:10 y:20  w:40 h:60";
-        QTest::newRow("polygon") << shape("p", ShapeType::Polygon,
-                                          {{5, 9}, {25.9, 3.5}, {12, 30.2}})
-                                 << "x:5 y:3  w:20 h:26";
-        QTest::newRow("keypoint") << shape("k", ShapeType::Keypoint, {{7.8, 9.9}})
-                                  << "x:7 y:9  w:0 h:0";
-        QTest::newRow("ellipse shows its raw points")
-            << shape("e", ShapeType::Ellipse, {{100, 50}, {30, 20}}) << "x:30 y:20  w:70 h:30";
+        QTest::newRow("polygon") << shape("p", ShapeType::Polygon, {{5, 9}, {25.9, 3.5}, {12, 30.2}}) << "x:5 y:3  w:20 h:26";
+        QTest::newRow("keypoint") << shape("k", ShapeType::Keypoint, {{7.8, 9.9}}) << "x:7 y:9  w:0 h:0";
+        QTest::newRow("ellipse shows its raw points") << shape("e", ShapeType::Ellipse, {{100, 50}, {30, 20}}) << "x:30 y:20  w:70 h:30";
         QTest::newRow("no points") << shape("n", ShapeType::Polygon, {}) << "x:0 y:0  w:0 h:0";
-        QTest::newRow("negative truncates toward zero")
-            << box("neg", -3.7, -2.2, 5.0, 5.0) << "x:-3 y:-2  w:8 h:7";
+        QTest::newRow("negative truncates toward zero") << box("neg", -3.7, -2.2, 5.0, 5.0) << "x:-3 y:-2  w:8 h:7";
     }
-
     void rows()
     {
-        QFETCH(BoxAnnotation, shape);
-        QFETCH(QString, tip);
+        auto [shape, tip] = row<BoxAnnotation, QString>("shape", "tip");
+        QCOMPARE(panel->findChild<QLabel*>()->text(), QStringLiteral("Annotations"));
+        QCOMPARE(panel->minimumWidth(), 180);
         panel->setBoxes({box("first", 0, 0, 1, 1), shape});
         QCOMPARE(list()->count(), 2);
         QCOMPARE(list()->item(1)->text(), shape.label);
         QCOMPARE(list()->item(1)->toolTip(), tip);
     }
 
-    void rebuildIsSilent()
+    void setSelectedIndexIsSilent_data()
     {
-        QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
-        panel->setBoxes({box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6), box("c", 2, 2, 7, 7)});
-        panel->setSelectedIndex(2);
-        panel->setBoxes({box("x", 0, 0, 5, 5)});
-        panel->setBoxes({});
-        QCOMPARE(list()->count(), 0);
-        QCOMPARE(requested.count(), 0);
-    }
-
-    void setSelectedIndex_data()
-    {
-        QTest::addColumn<int>("index");
-        QTest::addColumn<bool>("highlighted");
+        columns<int, bool>("index", "highlighted");
         QTest::newRow("valid") << 1 << true;
         QTest::newRow("first") << 0 << true;
         QTest::newRow("minus one") << -1 << false;
         QTest::newRow("past the end") << 3 << false;
     }
-
-    void setSelectedIndex()
+    void setSelectedIndexIsSilent()
     {
-        QFETCH(int, index);
-        QFETCH(bool, highlighted);
-        panel->setBoxes({box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6), box("c", 2, 2, 7, 7)});
+        auto [index, highlighted] = row<int, bool>("index", "highlighted");
+        QSignalSpy requested(panel.get(), &AnnotationsPanel::selectionRequested);
+        panel->setBoxes(three);
         panel->setSelectedIndex(2);
-        QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
         panel->setSelectedIndex(index);
-        QCOMPARE(requested.count(), 0);
         const QList<QListWidgetItem*> selected = list()->selectedItems();
-        if (highlighted) {
-            QCOMPARE(selected.size(), 1);
-            QCOMPARE(list()->row(selected.first()), index);
-        } else {
-            QVERIFY(selected.isEmpty());
-            QCOMPARE(list()->currentRow(), 2); // the current row itself stays
-        }
+        QCOMPARE(selected.size(), highlighted ? 1 : 0);
+        QCOMPARE(list()->currentRow(), highlighted ? index : 2);
+        panel->setBoxes({three[0]});
+        panel->setBoxes({});
+        QCOMPARE(requested.count(), 0);
     }
 
-    void clickOnRowRequestsSelection()
+    void clicks()
     {
-        panel->setBoxes({box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6)});
-        QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
-        QSignalSpy deleted(panel, &AnnotationsPanel::deleteRequested);
-        const QRect r = rowRect(1);
-        QTest::mouseClick(list()->viewport(), Qt::LeftButton, {}, QPoint(r.left() + 10, r.center().y()));
-        QCOMPARE(requested.count(), 1);
-        QCOMPARE(requested.first().first().toInt(), 1);
-        QCOMPARE(deleted.count(), 0);
-    }
-
-    void xPressDeletesWithoutSelecting()
-    {
-        panel->setBoxes({box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6), box("c", 2, 2, 7, 7)});
+        panel->setBoxes(three);
         panel->setSelectedIndex(0);
-        QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
-        QSignalSpy deleted(panel, &AnnotationsPanel::deleteRequested);
+        QSignalSpy requested(panel.get(), &AnnotationsPanel::selectionRequested);
+        QSignalSpy deleted(panel.get(), &AnnotationsPanel::deleteRequested);
+        // A press on the X deletes without selecting, with either button.
         const QPoint x = delegate()->xButtonRect(rowRect(2)).center();
         QTest::mouseClick(list()->viewport(), Qt::LeftButton, {}, x);
-        QCOMPARE(deleted.count(), 1);
+        QTest::mouseClick(list()->viewport(), Qt::RightButton, {}, x);
+        QCOMPARE(deleted.count(), 2);
         QCOMPARE(deleted.first().first().toInt(), 2);
         QCOMPARE(requested.count(), 0);
-        QCOMPARE(list()->currentRow(), 0);
-
-        // A right press on the X deletes too: the mark takes any button.
-        QTest::mousePress(list()->viewport(), Qt::RightButton, {}, x);
-        QTest::mouseRelease(list()->viewport(), Qt::RightButton, {}, x);
+        // Elsewhere on a row it asks for that shape.
+        QTest::mouseClick(list()->viewport(), Qt::LeftButton, {}, QPoint(10, rowRect(1).center().y()));
+        QCOMPARE(requested.count(), 1);
+        QCOMPARE(requested.first().first().toInt(), 1);
         QCOMPARE(deleted.count(), 2);
-    }
-
-    void hoverFollowsMouseAndLeaveClears()
-    {
-        panel->setBoxes({box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6)});
-        const QPoint x = delegate()->xButtonRect(rowRect(1)).center();
+        // The X lights up under the mouse only, and not after the mouse left.
         QTest::mouseMove(list()->viewport(), x);
-        QTRY_COMPARE(delegate()->hoverRow, 1);
-        QTest::mouseMove(list()->viewport(), QPoint(rowRect(1).left() + 5, rowRect(1).center().y()));
+        QTRY_COMPARE(delegate()->hoverRow, 2);
+        QTest::mouseMove(list()->viewport(), QPoint(10, rowRect(2).center().y()));
         QTRY_COMPARE(delegate()->hoverRow, -1);
         QTest::mouseMove(list()->viewport(), x);
-        QTRY_COMPARE(delegate()->hoverRow, 1);
+        QTRY_COMPARE(delegate()->hoverRow, 2);
         QEvent leave(QEvent::Leave);
         QApplication::sendEvent(list()->viewport(), &leave);
         QCOMPARE(delegate()->hoverRow, -1);
@@ -230,77 +102,41 @@ private Q_SLOTS:
 
     void contextMenu_data()
     {
-        QTest::addColumn<QString>("rowLabel");
-        QTest::addColumn<QStringList>("checked");
-        QTest::newRow("label in list") << "dog" << QStringList{"dog"};
-        QTest::newRow("label not in list") << "zebra" << QStringList{};
-        QTest::newRow("case differs") << "Dog" << QStringList{};
+        // choose: as the menu shows it
+        // requested: empty: nothing
+        columns<QStringList, QString, bool, QString, QStringList, QString>("names", "rowLabel", "onRow", "choose", "checked", "requested");
+        const QStringList names{"car", "dog", "cat", "R&D"};
+        QTest::newRow("other label") << names << "dog" << true << "cat" << QStringList{"dog"} << "cat";
+        QTest::newRow("same label") << names << "dog" << true << "dog" << QStringList{"dog"} << "dog";
+        QTest::newRow("ampersand shown doubled") << names << "dog" << true << "R&&D" << QStringList{"dog"} << "R&D";
+        QTest::newRow("label not in the list") << names << "zebra" << true << "car" << QStringList() << "car";
+        QTest::newRow("case differs") << names << "Dog" << true << "" << QStringList() << "";
+        QTest::newRow("closed without a choice") << names << "car" << true << "" << QStringList{"car"} << "";
+        QTest::newRow("below the last row: no menu") << names << "car" << false << "car" << QStringList() << "";
+        QTest::newRow("no label names: no menu") << QStringList() << "car" << true << "car" << QStringList() << "";
     }
-
     void contextMenu()
     {
-        QFETCH(QString, rowLabel);
-        QFETCH(QStringList, checked);
-        panel->setLabelNames({"car", "dog", "cat"});
+        auto [names, rowLabel, onRow, choose, checked, requested] = row<QStringList, QString, bool, QString, QStringList, QString>("names", "rowLabel", "onRow", "choose", "checked", "requested");
+        panel->setLabelNames(names);
         panel->setBoxes({box("car", 0, 0, 5, 5), box(rowLabel, 1, 1, 6, 6)});
-        const MenuSeen seen = openMenuAt(rowRect(1).center());
-        QVERIFY(seen.shown);
-        QCOMPARE(seen.section, QStringLiteral("Change label to:"));
-        QCOMPARE(seen.entries, QStringList({"car", "dog", "cat"}));
-        QCOMPARE(seen.checked, checked);
-        QCOMPARE(seen.checkable, checked); // only the current label's entry is checkable
-    }
-
-    void contextMenuChoiceEmits_data()
-    {
-        QTest::addColumn<QString>("choice");
-        QTest::newRow("other label") << "cat";
-        QTest::newRow("same label") << "dog";
-        QTest::newRow("ampersand") << "R&D";
-    }
-
-    void contextMenuChoiceEmits()
-    {
-        QFETCH(QString, choice);
-        panel->setLabelNames({"car", "dog", "cat", "R&D"});
-        panel->setBoxes({box("car", 0, 0, 5, 5), box("dog", 1, 1, 6, 6)});
-        QSignalSpy changed(panel, &AnnotationsPanel::labelChangeRequested);
-        QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
-        MenuSeen seen;
-        // The entry for "R&D" is displayed with its ampersand escaped.
-        const QString shown = QString(choice).replace(QLatin1Char('&'), QLatin1String("&&"));
-        seen = openMenuAt(rowRect(1).center(), shown);
-        QVERIFY(seen.shown);
-        QTRY_COMPARE(changed.count(), 1);
-        QCOMPARE(changed.first().at(0).toInt(), 1);
-        QCOMPARE(changed.first().at(1).toString(), choice);
-        QCOMPARE(requested.count(), 0);
-    }
-
-    void noMenuWhereNothingToOffer()
-    {
-        panel->setLabelNames({"car"});
-        panel->setBoxes({box("car", 0, 0, 5, 5)});
-        QSignalSpy changed(panel, &AnnotationsPanel::labelChangeRequested);
-        // Below the last row.
-        QVERIFY(!openMenuAt(QPoint(10, rowRect(0).bottom() + 40)).shown);
-        // An empty label list.
-        panel->setLabelNames({});
-        QVERIFY(!openMenuAt(rowRect(0).center()).shown);
-        QCOMPARE(changed.count(), 0);
-    }
-
-    void closingMenuWithoutChoiceEmitsNothing()
-    {
-        panel->setLabelNames({"car", "dog"});
-        panel->setBoxes({box("car", 0, 0, 5, 5)});
-        QSignalSpy changed(panel, &AnnotationsPanel::labelChangeRequested);
-        QSignalSpy requested(panel, &AnnotationsPanel::selectionRequested);
-        QVERIFY(openMenuAt(rowRect(0).center()).shown);
-        QCoreApplication::processEvents();
-        QCOMPARE(changed.count(), 0);
+        QSignalSpy changed(panel.get(), &AnnotationsPanel::labelChangeRequested);
+        QSignalSpy selected(panel.get(), &AnnotationsPanel::selectionRequested);
+        const QPoint pos = onRow ? rowRect(1).center() : QPoint(10, rowRect(1).bottom() + 40);
+        const MenuSeen menu = answerMenu([&] { panel->onContextMenu(pos); }, choose);
+        QCOMPARE(menu.shown, onRow && !names.isEmpty());
+        if (menu.shown) {
+            QStringList shown{"[Change label to:]"};
+            for (const QString& n : names)
+                shown << QString(n).replace("&", "&&");
+            QCOMPARE(menu.entries, shown);
+            QCOMPARE(menu.checked, checked);
+        }
+        QTRY_COMPARE(changed.count(), requested.isEmpty() ? 0 : 1);
+        if (!requested.isEmpty())
+            QCOMPARE(changed.first(), (QList<QVariant>{1, requested}));
         // Focus coming back to the list after the menu must not pick a row by itself.
-        QCOMPARE(requested.count(), 0);
+        QCOMPARE(selected.count(), 0);
         QCOMPARE(list()->currentRow(), -1);
     }
 };
