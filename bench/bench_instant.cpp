@@ -1,7 +1,7 @@
 // How fast the window answers at sizes users reach: a million images, 24-megapixel
 // photos walked at one a second, a 200-megapixel photo.
 //
-//   bench_instant [million|walk|huge|all] [--dir FOLDER]
+//   bench_instant [million|walk|huge|reads|all] [--dir FOLDER]
 //       million: starts the program on a folder of a million (tiny, hard-linked) images
 //                three times as a child process: first image on screen after launch, peak
 //                memory, and the longest stall of keys and list scrolling while the
@@ -10,6 +10,7 @@
 //                image a second (neighbours decoded ahead), and the same without waiting
 //                between keys
 //       huge:    key press to a 200-megapixel JPEG on screen, and to its full resolution
+//       reads:   reading every annotation file of a dataset on one thread and on all
 //   bench_instant --child-million FOLDER      one start (used by million)
 //
 // Folders are made under the system's temporary folder and removed afterwards unless
@@ -27,6 +28,7 @@
 #include <QRandomGenerator>
 #include <QScrollBar>
 #include <QTemporaryDir>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <algorithm>
@@ -42,7 +44,9 @@
 #include "app/mainwindow.h"
 #include "app/theme.h"
 #include "canvas/imagecanvas.h"
+#include "formats/datasetreading.h"
 #include "model/imagecache.h"
+#include "model/vocxml.h"
 
 namespace {
 
@@ -417,6 +421,66 @@ void benchHuge()
     printSpread("  zoom step (key to painted) at full resolution", zoom, "ms");
 }
 
+// --- Whole-dataset reads -----------------------------------------------------------------
+
+// The read of every annotation file that exports and label rename and removal start
+// with, on one thread and on all: the rate, and whether the records come out the same.
+void benchReads()
+{
+    QTemporaryDir dir;
+    constexpr int kFiles = 6000;
+    QList<ImageAnnotations> records;
+    for (int i = 0; i < kFiles; ++i) {
+        ImageAnnotations record;
+        record.imagePath = dir.filePath(QStringLiteral("img_%1.jpg").arg(i));
+        record.xmlPath = dir.filePath(QStringLiteral("img_%1.xml").arg(i));
+        record.width = 1920;
+        record.height = 1080;
+        for (int k = 0; k < 12; ++k) {
+            BoxAnnotation box;
+            box.label = QStringLiteral("label%1").arg((i + k) % 9);
+            box.points = {QPointF(10 * k, 5 * k + i % 50), QPointF(10 * k + 80, 5 * k + 60)};
+            record.boxes.append(box);
+        }
+        QFile file(record.xmlPath);
+        if (!file.open(QIODevice::WriteOnly) || file.write(VocXml::toXml(record, QStringLiteral("bench"))) < 0)
+            return;
+        record.boxes.clear();
+        records.append(record);
+    }
+    const QList<int> indices = DatasetReading::recordsToRead(records, {});
+    const int threads = QThreadPool::globalInstance()->maxThreadCount();
+    auto readOnce = [&](int threadCount, QByteArray* all) {
+        QThreadPool::globalInstance()->setMaxThreadCount(threadCount);
+        QList<ImageAnnotations> copy = records;
+        QElapsedTimer t;
+        t.start();
+        DatasetReading::readRecords(copy, indices, {});
+        const double ms = t.nsecsElapsed() / 1e6;
+        all->clear();
+        for (const ImageAnnotations& record : std::as_const(copy))
+            all->append(VocXml::toXml(record, QStringLiteral("bench")));
+        return ms;
+    };
+    std::vector<double> one, many, ratio;
+    bool same = true;
+    for (int run = 0; run < 5; ++run) {
+        QByteArray a, b;
+        const double single = readOnce(1, &a);
+        const double parallel = readOnce(threads, &b);
+        same = same && a == b;
+        one.push_back(single);
+        many.push_back(parallel);
+        ratio.push_back(single / parallel);
+    }
+    QThreadPool::globalInstance()->setMaxThreadCount(threads);
+    std::printf("Reading %d annotation files of 12 shapes each (%d threads):\n", kFiles, threads);
+    printSpread("  one thread", one, "ms");
+    printSpread("  all threads", many, "ms");
+    printSpread("  speed-up, runs paired", ratio, "x");
+    std::printf("  records the same byte for byte: %s\n", same ? "yes" : "NO");
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -440,5 +504,7 @@ int main(int argc, char** argv)
         benchWalk();
     if (part == QLatin1String("huge") || part == QLatin1String("all"))
         benchHuge();
+    if (part == QLatin1String("reads") || part == QLatin1String("all"))
+        benchReads();
     return 0;
 }
