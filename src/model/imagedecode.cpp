@@ -4,7 +4,11 @@
 #include <QImageIOHandler>
 #include <QImageReader>
 
+#include <algorithm>
+
 #include <sys/stat.h>
+
+#include "model/imageloading.h"
 
 namespace {
 
@@ -47,10 +51,14 @@ FileStamp FileStamp::of(const QString& path)
 
 namespace ImageDecode {
 
-void prepare(QImageReader& reader)
+bool prepare(QImageReader& reader, QString* error)
 {
-    reader.setAutoTransform(true);
-    reader.setAllocationLimit(kAllocationLimitMb);
+    // The common policy (orientation, room for large photos, no decompression bombs),
+    // with room for a photo of its largest size at 4 bytes a pixel.
+    if (!ImageLoading::prepare(reader, error))
+        return false;
+    reader.setAllocationLimit(std::max(reader.allocationLimit(), kAllocationLimitMb));
+    return true;
 }
 
 QSize headerSize(QImageReader& reader)
@@ -74,7 +82,8 @@ DecodedImage decode(const QString& path, const QSize& view, bool full)
     result.path = path;
     result.stamp = FileStamp::of(path);
     QImageReader reader(path);
-    prepare(reader);
+    if (!prepare(reader, &result.error))
+        return result;
     result.fullSize = headerSize(reader);
 
     // Only a JPEG decoder scales while decoding (its 1/2, 1/4 or 1/8 come directly);

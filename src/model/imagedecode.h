@@ -34,9 +34,10 @@ struct DecodedImage {
 
 namespace ImageDecode {
 
-// Sets a reader up the way every image of the dataset is opened: EXIF orientation
-// applied, and room for photos past the decoder's default memory limit.
-void prepare(QImageReader& reader);
+// Sets a reader up the way every image of the dataset is opened (the common image
+// policy: EXIF orientation, room for large photos); false, with the reason, for a file
+// that must not be decoded.
+bool prepare(QImageReader& reader, QString* error = nullptr);
 
 // The oriented size declared by the file's header, without decoding; invalid when the
 // header does not tell.
