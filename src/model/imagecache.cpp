@@ -33,7 +33,7 @@ DecodedImage ImageCache::find(const QString& path)
     const auto it = m_kept.constFind(path);
     if (it == m_kept.constEnd())
         return {};
-    if (FileStamp::of(path) != it->stamp) {
+    if (DecodeStamp::of(path) != it->stamp) {
         drop(path);
         return {};
     }

@@ -34,12 +34,12 @@ bool larger(const QSize& size, const QSize& view)
 
 } // namespace
 
-FileStamp FileStamp::of(const QString& path)
+DecodeStamp DecodeStamp::of(const QString& path)
 {
     struct stat st {};
     if (::stat(QFile::encodeName(path).constData(), &st) != 0)
         return {};
-    FileStamp stamp;
+    DecodeStamp stamp;
     stamp.size = st.st_size;
 #ifdef __APPLE__
     stamp.modifiedNs = qint64(st.st_mtimespec.tv_sec) * 1000000000 + st.st_mtimespec.tv_nsec;
@@ -80,7 +80,7 @@ DecodedImage decode(const QString& path, const QSize& view, bool full)
 {
     DecodedImage result;
     result.path = path;
-    result.stamp = FileStamp::of(path);
+    result.stamp = DecodeStamp::of(path);
     QImageReader reader(path);
     if (!prepare(reader, &result.error))
         return result;

@@ -8,20 +8,20 @@ class QImageReader;
 
 // What a decode knew of its file: a later look at the file that finds another size or
 // modification time means the file was replaced and the decode is out of date.
-struct FileStamp {
+struct DecodeStamp {
     qint64 size = -1;
     qint64 modifiedNs = 0;
-    bool operator==(const FileStamp& o) const { return size == o.size && modifiedNs == o.modifiedNs; }
-    bool operator!=(const FileStamp& o) const { return !(*this == o); }
+    bool operator==(const DecodeStamp& o) const { return size == o.size && modifiedNs == o.modifiedNs; }
+    bool operator!=(const DecodeStamp& o) const { return !(*this == o); }
     bool isValid() const { return size >= 0; }
-    static FileStamp of(const QString& path);
+    static DecodeStamp of(const QString& path);
 };
 
 // An image as the canvas shows it: oriented, with the size of the full-resolution image,
 // and either that image or a copy reduced to about the view's size (or both).
 struct DecodedImage {
     QString path;
-    FileStamp stamp;
+    DecodeStamp stamp;
     QSize fullSize;          // oriented, in image pixels: the coordinates of the shapes
     QImage full;             // null until the full resolution has been decoded
     QImage reduced;          // at most the size asked for, or null when full is small enough
