@@ -23,6 +23,7 @@
 #include "app/theme.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "model/imagecache.h"
 #include "labels/labellistmodel.h"
 #include "model/labelpalette.h"
 #include "ui/sectionmenu.h"
@@ -165,6 +166,8 @@ MainWindow::MainWindow(QWidget* parent)
     buildToolbar();
     buildCentralArea();
     proposalReview = new ProposalReview(this);
+    imageCache = new ImageCache(this);
+    connect(imageCache, &ImageCache::decoded, this, &MainWindow::onImageDecoded);
 
     statusLabel = new QLabel(QStringLiteral("No data loaded. Click 'Load Data' to begin."));
     statusLabel->setObjectName(QStringLiteral("statusLabel"));
@@ -462,6 +465,7 @@ void MainWindow::buildCentralArea()
     leftLayout->addWidget(imagesTitle);
     imageList = new ImageListWidget;
     imageList->setObjectName(QStringLiteral("imageList"));
+    imageList->records = &images;
     imageList->setMinimumWidth(220);
     imageList->setAlternatingRowColors(true);
     leftLayout->addWidget(imageList);

@@ -11,6 +11,8 @@
 #include "model/annotation.h"
 
 class AnnotationsPanel;
+class ImageCache;
+struct DecodedImage;
 class CheckDialog;
 class ImageCanvas;
 class ImageListWidget;
@@ -82,6 +84,8 @@ public:
     QLabel* statusNote = nullptr;
     void showStatusNote(const QString& text);
     ProposalReview* proposalReview = nullptr;
+    // Decoded images of the current image and its neighbours (mainwindow_images.cpp).
+    ImageCache* imageCache = nullptr;
     // The result of the last dataset check; made on the first check.
     CheckDialog* checkDialog = nullptr;
 
@@ -185,6 +189,14 @@ private:
     QStringList statusNotes;
     QSet<QString> toldAboutFile;
     bool labelFileDamaged = false;
+
+    // Showing images fast (mainwindow_images.cpp): the decode to show, kept or made now
+    // at the view's size; putting it on the canvas; the neighbours decoded ahead.
+    DecodedImage decodeForShowing(const QString& path);
+    void showDecoded(const DecodedImage& image);
+    void onImageDecoded(const QString& path);
+    void prefetchAround(int row);
+    int lastShownRow = -1;
 
     // Undo and redo as they were before the last snapshot, so that a change the canvas
     // calls off leaves no step behind; dropped by every other change of the history.

@@ -4,7 +4,6 @@
 #include "app/mainwindow.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
@@ -20,6 +19,8 @@
 #include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "model/imagecache.h"
+#include "model/imagefolder.h"
 #include "model/annotationstore.h"
 #include "model/datasetfolders.h"
 #include "model/imageloading.h"
@@ -116,12 +117,18 @@ void MainWindow::onReloadData()
 
 void MainWindow::rebuildImageList()
 {
-    const QStringList files = DatasetFolders::listImageFiles(imagesFolder);
+    // The paths are listed as the records keep them: the folder as QDir spells it, a
+    // slash, the file name. Listing whole paths spares a second string per image.
+    const QString imagePrefix =
+        imagesFolder.isEmpty() ? QString()
+                               : QDir(imagesFolder).absoluteFilePath(QStringLiteral("x")).chopped(1);
+    QStringList paths = ImageFolder::list(imagesFolder, imagePrefix);
 
     images.clear();
     imageList->clear();
     currentIndex = -1;
     scanIndex = 0;
+    lastShownRow = -1;
     scanFound.clear();
     scanFoundSet.clear();
     // The image shown belongs to the list just dropped; left on the canvas it would take
@@ -129,16 +136,31 @@ void MainWindow::rebuildImageList()
     showNoImage();
     proposalReview->datasetOpened();
 
-    if (files.isEmpty()) {
+    if (paths.isEmpty()) {
         statusLabel->setText(QStringLiteral("No images found in: ") + imagesFolder);
         return;
     }
 
     loadLabelConfig();
 
-    images = DatasetFolders::records(imagesFolder, annotationsFolder, files);
+    const QString xmlPrefix =
+        QDir(annotationsFolder).filePath(QStringLiteral("x")).chopped(1);
+    images.reserve(paths.size());
+    for (QString& path : paths) {
+        ImageAnnotations record;
+        // Every listed name has a suffix, so there is a dot after the folder.
+        qsizetype dot = path.size() - 1;
+        while (dot > imagePrefix.size() && path.at(dot) != QLatin1Char('.'))
+            --dot;
+        const QStringView base = QStringView(path).mid(imagePrefix.size(), dot - imagePrefix.size());
+        record.xmlPath.reserve(xmlPrefix.size() + base.size() + 4);
+        record.xmlPath.append(xmlPrefix).append(base).append(QLatin1String(".xml"));
+        record.imagePath = std::move(path);
+        images.append(std::move(record));
+    }
+    paths = QStringList();
     imageList->setUpdatesEnabled(false);
-    imageList->addItems(files);
+    imageList->appendRecordRows(images.size());
     imageList->setUpdatesEnabled(true);
 
     selectImageRow(0);
@@ -192,18 +214,7 @@ void MainWindow::updateImageListItem(int row)
 {
     if (row < 0 || row >= images.size())
         return;
-    QListWidgetItem* item = imageList->item(row);
-    if (!item)
-        return;
-    const ImageAnnotations& record = images[row];
-    const bool exists = QFileInfo::exists(record.xmlPath);
-    QString text = fileNameOf(record.imagePath);
-    if (exists)
-        text += QStringLiteral("  *");
-    item->setText(text);
-    item->setToolTip(record.imagePath + QLatin1Char('\n')
-                     + (exists ? QStringLiteral("Annotations: ") + record.xmlPath
-                               : QStringLiteral("No annotations yet")));
+    imageList->setRowAnnotated(row, QFileInfo::exists(images[row].xmlPath));
 }
 
 bool MainWindow::requireDataLoaded()
@@ -230,18 +241,16 @@ void MainWindow::loadImageAt(int row)
         return;
 
     ImageAnnotations& record = images[row];
-    QString why;
-    const QImage image = ImageLoading::read(record.imagePath, &why);
+    const DecodedImage image = decodeForShowing(record.imagePath);
     if (image.isNull()) {
         UserPrompts::current().warning(
             this, QStringLiteral("Load error"),
             QStringLiteral("Could not load image:\n") + record.imagePath
-                + (why.isEmpty() ? QString() : QStringLiteral("\n") + why));
+                + (image.error.isEmpty() ? QString() : QStringLiteral("\n") + image.error));
         return;
     }
-    const QPixmap pixmap = QPixmap::fromImage(image);
-    record.width = pixmap.width();
-    record.height = pixmap.height();
+    record.width = image.fullSize.width();
+    record.height = image.fullSize.height();
     if (record.boxes.isEmpty()) {
         VocXml::LoadProblem problem;
         VocXml::load(record, &problem);
@@ -250,7 +259,7 @@ void MainWindow::loadImageAt(int row)
     }
 
     currentIndex = row;
-    canvas->setImage(pixmap);
+    showDecoded(image);
     canvas->setBoxes(record.boxes);
     canvas->setImageInfo(row + 1, images.size());
     proposalReview->imageShown();
@@ -262,6 +271,7 @@ void MainWindow::loadImageAt(int row)
 
     refreshAnnotationsPanel();
     updateStatusLabel();
+    prefetchAround(row);
 }
 
 void MainWindow::noteLoadProblem(const ImageAnnotations& record, const QString& refusal, int errorLine)

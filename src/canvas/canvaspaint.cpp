@@ -353,17 +353,19 @@ void ImageCanvas::paintEvent(QPaintEvent* event)
 
 void ImageCanvas::paintImage(QPainter& p, const QRect& exposed)
 {
-    const QRectF target(m_offset, QSizeF(m_pixmap.width() * m_scale, m_pixmap.height() * m_scale));
+    const QRectF target(m_offset, QSizeF(m_imageSize.width() * m_scale, m_imageSize.height() * m_scale));
     const QRectF visible = target.intersected(QRectF(exposed));
     if (visible.isEmpty())
         return;
+    // Pixmap pixels per image pixel: below 1 while only a reduced image is there.
+    const double ratio = double(m_pixmap.width()) / m_imageSize.width();
 
     // Enlarged: crisp pixels straight from the image (placing a corner on a pixel needs
     // them), and only the visible part, which stays small however far the view zooms.
     if (m_scale >= 1.0) {
-        const QRectF source((visible.x() - m_offset.x()) / m_scale,
-                            (visible.y() - m_offset.y()) / m_scale, visible.width() / m_scale,
-                            visible.height() / m_scale);
+        const QRectF source((visible.x() - m_offset.x()) / m_scale * ratio,
+                            (visible.y() - m_offset.y()) / m_scale * ratio,
+                            visible.width() / m_scale * ratio, visible.height() / m_scale * ratio);
         p.drawPixmap(visible, m_pixmap, source);
         return;
     }
@@ -371,19 +373,24 @@ void ImageCanvas::paintImage(QPainter& p, const QRect& exposed)
     // Shrunk: filtered by the painter from the smallest halving of the image that still
     // has at least as many pixels as the view, so the cost stays near the widget's size
     // however large the photo is. The result for the whole widget is kept until the view
-    // moves, and each paint copies from it.
+    // moves, and each paint copies from it. The reduced copy of a large photo serves
+    // while it has pixels enough.
     PaintCache& cache = *m_paintCache;
-    if (cache.imageKey != m_pixmap.cacheKey())
-        cache.resetImage(m_pixmap.cacheKey());
+    const qreal dpr = cache.dpr;
+    const QSize needed(int(std::ceil(m_imageSize.width() * m_scale * dpr)),
+                       int(std::ceil(m_imageSize.height() * m_scale * dpr)));
+    const bool reducedServes = !m_reducedPixmap.isNull()
+                               && m_reducedPixmap.width() >= needed.width()
+                               && m_reducedPixmap.height() >= needed.height();
+    const QPixmap& pixmap = reducedServes ? m_reducedPixmap : m_pixmap;
+    if (cache.imageKey != pixmap.cacheKey())
+        cache.resetImage(pixmap.cacheKey());
     const QRect area = target.intersected(QRectF(rect())).toAlignedRect();
     if (area.isEmpty())
         return;
-    const qreal dpr = cache.dpr;
     if (cache.view.isNull() || cache.viewArea != area || cache.viewScale != m_scale
         || cache.viewOffset != m_offset || cache.view.devicePixelRatio() != dpr) {
-        const QImage src = cache.sourceFor(
-            m_pixmap, QSize(int(std::ceil(m_pixmap.width() * m_scale * dpr)),
-                            int(std::ceil(m_pixmap.height() * m_scale * dpr))));
+        const QImage src = cache.sourceFor(pixmap, needed);
         // Made opaque on the background, so that copying it out is a plain blit. The
         // buffer is reused while the widget keeps its size.
         if (cache.view.size() != area.size() * dpr)
@@ -392,8 +399,8 @@ void ImageCanvas::paintImage(QPainter& p, const QRect& exposed)
         view.setDevicePixelRatio(dpr);
         view.fill(BackgroundColour);
         const QRectF part = target.intersected(QRectF(area));
-        const double sx = double(src.width()) / m_pixmap.width();
-        const double sy = double(src.height()) / m_pixmap.height();
+        const double sx = double(src.width()) / m_imageSize.width();
+        const double sy = double(src.height()) / m_imageSize.height();
         const QRectF source((part.x() - m_offset.x()) / m_scale * sx,
                             (part.y() - m_offset.y()) / m_scale * sy,
                             part.width() / m_scale * sx, part.height() / m_scale * sy);

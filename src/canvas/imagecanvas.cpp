@@ -19,8 +19,15 @@ ImageCanvas::ImageCanvas(QWidget* parent)
 
 void ImageCanvas::setImage(const QPixmap& pixmap)
 {
+    setImage(pixmap, pixmap.size());
+}
+
+void ImageCanvas::setImage(const QPixmap& pixmap, const QSize& fullSize)
+{
     cancelWip();
     m_pixmap = pixmap;
+    m_imageSize = pixmap.isNull() ? QSize() : fullSize;
+    m_reducedPixmap = pixmap.size() != fullSize ? pixmap : QPixmap();
     m_zoom = 1.0;
     m_pan = QPointF(0, 0);
     m_selectedIndex = -1;
@@ -41,6 +48,16 @@ void ImageCanvas::setBoxes(const QList<BoxAnnotation>& boxes)
     m_allSelected = false;
     setCursor(Qt::CrossCursor);
     clearDrawingCoords();
+    update();
+}
+
+void ImageCanvas::setFullResolution(const QPixmap& full)
+{
+    if (!hasImage() || full.size() != m_imageSize || full.cacheKey() == m_pixmap.cacheKey())
+        return;
+    if (m_pixmap.size() != m_imageSize)
+        m_reducedPixmap = m_pixmap;
+    m_pixmap = full;
     update();
 }
 
@@ -108,8 +125,8 @@ QPointF ImageCanvas::clampPtToImage(const QPointF& p) const
 {
     if (!hasImage())
         return p;
-    return QPointF(std::clamp(p.x(), 0.0, double(m_pixmap.width() - 1)),
-                   std::clamp(p.y(), 0.0, double(m_pixmap.height() - 1)));
+    return QPointF(std::clamp(p.x(), 0.0, double(m_imageSize.width() - 1)),
+                   std::clamp(p.y(), 0.0, double(m_imageSize.height() - 1)));
 }
 
 QRect ImageCanvas::clampToImage(const QRect& r) const
@@ -120,8 +137,8 @@ QRect ImageCanvas::clampToImage(const QRect& r) const
     // Only the sides that overhang move: left and top up to 0, right and bottom down to
     // the last pixel. A rectangle wholly outside the image is not squeezed onto its border.
     return QRect(QPoint(std::max(n.left(), 0), std::max(n.top(), 0)),
-                 QPoint(std::min(n.right(), m_pixmap.width() - 1),
-                        std::min(n.bottom(), m_pixmap.height() - 1)));
+                 QPoint(std::min(n.right(), m_imageSize.width() - 1),
+                        std::min(n.bottom(), m_imageSize.height() - 1)));
 }
 
 QList<QPointF> ImageCanvas::rotatedBoxCorners(const QPointF& centre, double w, double h,
@@ -138,8 +155,8 @@ void ImageCanvas::recomputeFitScale()
         m_scale = 1.0;
         return;
     }
-    const double iw = m_pixmap.width();
-    const double ih = m_pixmap.height();
+    const double iw = m_imageSize.width();
+    const double ih = m_imageSize.height();
     const double fit = std::min(width() / iw, height() / ih);
     m_scale = fit * m_zoom;
     m_fitOffset = QPointF((width() - iw * m_scale) / 2.0, (height() - ih * m_scale) / 2.0);
@@ -192,7 +209,7 @@ QPointF ImageCanvas::zoomTarget() const
         return rectCentre(m_boxes.at(m_selectedIndex).boundingRect());
     if (const std::optional<QRect> u = shapesUnion())
         return rectCentre(*u);
-    return QPointF(m_pixmap.width() * 0.5, m_pixmap.height() * 0.5);
+    return QPointF(m_imageSize.width() * 0.5, m_imageSize.height() * 0.5);
 }
 
 void ImageCanvas::zoomIn()
@@ -230,7 +247,7 @@ void ImageCanvas::zoomToAnnotations(int border)
     }
     const QRect grown(QPoint(u->left() - border, u->top() - border),
                       QPoint(u->right() + border, u->bottom() + border));
-    const QRect area = grown.intersected(QRect(0, 0, m_pixmap.width(), m_pixmap.height()));
+    const QRect area = grown.intersected(QRect(0, 0, m_imageSize.width(), m_imageSize.height()));
     if (area.isEmpty()) {
         resetView();
         return;
@@ -238,7 +255,7 @@ void ImageCanvas::zoomToAnnotations(int border)
     const double w = width();
     const double h = height();
     const double fitArea = std::min(w / area.width(), h / area.height());
-    const double fitImage = std::min(w / m_pixmap.width(), h / m_pixmap.height());
+    const double fitImage = std::min(w / m_imageSize.width(), h / m_imageSize.height());
     m_zoom = std::max(fitArea / fitImage, 0.05);
     recomputeFitScale();
     centreOn(rectCentre(area));

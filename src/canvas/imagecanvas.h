@@ -39,6 +39,12 @@ public:
 
     // --- Called by the main window -------------------------------------------------
     void setImage(const QPixmap& pixmap);
+    // Shows `pixmap` for an image of `fullSize` pixels: a photo larger than the view may
+    // come reduced first. Shapes and the view work in full-resolution pixels throughout.
+    void setImage(const QPixmap& pixmap, const QSize& fullSize);
+    // The full resolution of the image shown arrived: the view stays where it is and
+    // only the pixels get finer. Ignored when the size is not that of the image shown.
+    void setFullResolution(const QPixmap& full);
     void setBoxes(const QList<BoxAnnotation>& boxes);
     void setImageInfo(int index, int count);
     void setLabelColors(const QMap<QString, QColor>& colors);
@@ -71,6 +77,9 @@ public:
     QPointF pan() const { return m_pan; }
     bool hasImage() const { return !m_pixmap.isNull(); }
     const QPixmap& pixmap() const { return m_pixmap; }
+    // Size of the image in full-resolution pixels, whatever the pixmap shown.
+    QSize imageSize() const { return m_imageSize; }
+    bool hasFullResolution() const { return hasImage() && m_pixmap.size() == m_imageSize; }
     ShapeType currentShape() const { return m_currentShape; }
     DragMode dragMode() const { return m_dragMode; }
     bool spaceHeld() const { return m_spaceHeld; }
@@ -143,6 +152,10 @@ public:
     // State shared by the view, hit testing, painting and input code. Public for
     // reading by the main window (the shape list and the selection) and by tests.
     QPixmap m_pixmap;
+    QSize m_imageSize;
+    // The image reduced to about the view's size, while the full resolution is awaited
+    // and afterwards, to paint the fitted view from.
+    QPixmap m_reducedPixmap;
     QList<BoxAnnotation> m_boxes;
     ShapeType m_currentShape = ShapeType::BoundingBox;
     QMap<QString, QColor> m_labelColors;

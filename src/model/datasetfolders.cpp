@@ -1,5 +1,7 @@
 #include "model/datasetfolders.h"
 
+#include "model/imagefolder.h"
+
 #include <QDir>
 #include <QDirIterator>
 
@@ -20,16 +22,7 @@ const QStringList& imageFilePatterns()
 // matters at 100,000 files.
 QStringList listImageFiles(const QString& folder)
 {
-    QStringList names;
-    if (folder.isEmpty())
-        return names;
-    QDirIterator it(folder, imageFilePatterns(), QDir::Files | QDir::NoDotAndDotDot);
-    while (it.hasNext()) {
-        it.next();
-        names.append(it.fileName());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    return ImageFolder::list(folder, QString());
 }
 
 QList<ImageAnnotations> records(const QString& imagesFolder, const QString& annotationsFolder,
