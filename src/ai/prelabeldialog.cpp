@@ -312,7 +312,8 @@ QString PrelabelDialog::labelFor(const QString& name, bool keypoint) const
     const int row = mappingRow(name, keypoint);
     if (row < 0)
         return QString();
-    const QString label = static_cast<QComboBox*>(mappingTable->cellWidget(row, 1))->currentText().trimmed();
+    const QString label =
+        cleanLabelName(static_cast<QComboBox*>(mappingTable->cellWidget(row, 1))->currentText()).trimmed();
     return label == kSkip ? QString() : label;
 }
 

@@ -27,6 +27,7 @@
 
 #include "ai/aidialogparts.h"
 #include "ai/pythonenv.h"
+#include "model/imageloading.h"
 #include "ui/userprompts.h"
 
 namespace {
@@ -477,8 +478,8 @@ void VideoInferenceDialog::showSavedFrame(const QString& file)
         m_pendingFrame = file;
         return;
     }
-    QPixmap frame;
-    if (frame.load(file))
+    const QPixmap frame = QPixmap::fromImage(ImageLoading::read(file));
+    if (!frame.isNull())
         previewLabel->setPixmap(frame.scaled(previewLabel->size(), Qt::KeepAspectRatio,
                                              Qt::SmoothTransformation));
 }
@@ -488,8 +489,8 @@ void VideoInferenceDialog::onPreviewTick()
     const QString path = previewImagePath();
     if (!QFileInfo::exists(path) || previewLabel->width() < 10 || previewLabel->height() < 10)
         return;
-    QPixmap frame;
-    if (frame.load(path))
+    const QPixmap frame = QPixmap::fromImage(ImageLoading::read(path));
+    if (!frame.isNull())
         previewLabel->setPixmap(frame.scaled(previewLabel->size(), Qt::KeepAspectRatio,
                                              Qt::FastTransformation));
 }

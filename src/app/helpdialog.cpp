@@ -67,7 +67,12 @@ in the YOLO and COCO exports.</li>
 <p>Nothing changes until you press <b>OK</b>; <b>Cancel</b> discards every edit. The dialog only
 edits the list: shapes that carry a deleted label keep it. When the list ends up empty, the
 label <b>object</b> is put back. Label colours are kept in <code>label_colors.json</code> in the
-annotations folder.</p>
+annotations folder. When that file is damaged (cut short, not a list of labels, larger than
+16&nbsp;MB or not a regular file), Brindle says so at the bottom right of the status bar and
+keeps its bytes as <code>label_colors.json.orig</code> before it first writes the file
+again.</p>
+<p>Line breaks, tabs and other control characters in label names, typed or read from any file,
+become blanks: a label name is always one line.</p>
 <p>Choosing another label in the Label box while a shape is selected deselects that shape, so
 your next drag draws a new shape with the new label instead of editing the old one.</p>
 
@@ -104,13 +109,27 @@ change its label.</p>
 <p>Every change is saved immediately. When the last shape of an image is deleted, its XML file
 is removed. Undo (Ctrl+Z) and redo (Ctrl+Y) go up to 10 steps back and forth; each image's
 history starts empty when you open it.</p>
+<p>A write that fails (a full disk, a read-only folder ...) never harms the file already there:
+it stays as it was, a <b>Save error</b> names the file and the reason, and while the image's last
+write failed the status line ends in <b>NOT saved</b> instead of <b>saved</b>. Your shapes stay
+in memory and are written at the next change, at Ctrl+S, or when you close Brindle. If some
+images still cannot be written when you close it, Brindle tells you how many and asks before
+it quits.</p>
+<p>If another program (a sync tool, git, a teammate on a shared drive) changed an image's XML
+file since Brindle read or wrote it, the shapes on your screen still win, but the other
+version is first kept next to it as <code>name.xml.theirs</code> and the status bar says so; a
+later conflict replaces that copy. Brindle never reads these copies.</p>
 
 <h3>Step 4 &mdash; Navigate images</h3>
 <p>Click an image in the list, use Up and Down in the list, the <b>&lt; Prev</b> and
 <b>Next &gt;</b> buttons, or the Left/Right arrows, Page Up/Page Down, and A/D keys; these keys
 work whichever pane has the focus, the image list included. Moving to
 another image saves the one you leave when it holds shapes. Navigation stops at the first and
-the last image; it does not wrap around.</p>
+the last image; it does not wrap around. When an image cannot be opened (<b>Load error</b>), the
+previous image stays on screen while the list highlights the broken one, and Prev and Next go on
+from the highlighted row, so you can walk past a broken file.</p>
+<p>Photos up to 250 megapixels open (drone and aerial cameras make them); a file that declares a
+larger image, as a decompression bomb does, is refused with the reason.</p>
 <p>The padlock button next to the zoom buttons is the <b>auto-zoom lock</b>. While it is on (red),
 every image you switch to is zoomed so that all its annotations fill the view with a 50 pixel
 border; images without annotations are shown whole.</p>
@@ -130,12 +149,15 @@ to pan.</li>
 image being shown and every annotation file of the dataset, also those of images you have not
 opened yet: before an export Brindle reads the files it has not read so far (and, for the YOLO
 Pose export, the image sizes), with a progress window you can cancel when this takes a
-while.</p>
+while. A file an export cannot write (a full disk, say) leaves any older file of that name as
+it was, and the export's message names the reason.</p>
 <table width="100%" cellspacing="0" cellpadding="4">
 <tr bgcolor="#2a2a2a"><td><b>YOLO</b></td><td>Export writes <code>classes.txt</code> and one text file per
 annotated image: class number, then the box centre and size as fractions of the image size.
 <b>Export YOLO Pose labels...</b> lets you assign keypoint labels to the slots of each class
-and writes a labels folder with <code>data.yaml</code>. Import reads such a folder back as
+and writes a labels folder with <code>data.yaml</code>, where a class name that YAML would read
+as something else (<code>no</code>, <code>null</code>, <code>#1</code>, <code>sign: stop</code>,
+a name with leading or trailing blanks ...) is written in double quotes. Import reads such a folder back as
 bounding boxes.</td></tr>
 <tr><td><b>COCO</b></td><td>One JSON file with images, categories and box annotations.</td></tr>
 <tr bgcolor="#2a2a2a"><td><b>DOTA</b></td><td>One text file per image with the four corners of each
@@ -223,10 +245,16 @@ tools load as boxes. The other kinds have elements of their own: <code>polygon</
 and four corners), <code>cuboid</code> (eight points) and <code>ellipse</code> (centre, radii and
 angle). Coordinates are image pixels with the origin at the top left.</p>
 <p>A file with an XML error partway (for example a bare <code>&amp;</code> in a label) is read up
-to the error: the shapes before it are shown. Before Brindle first writes over such a file, or
+to the error: the shapes before it are shown, and the status bar tells you once at which line
+the error is and how many shapes were read. Before Brindle first writes over such a file, or
 deletes it, it keeps the original next to it as <code>name.xml.orig</code>
 (<code>name.xml.orig2</code> and so on when a different copy is already there), so that the
 shapes after the error are never lost. Brindle itself never reads these copies.</p>
+<p>Only the dataset's own regular files are read and written. An annotation file larger than
+256&nbsp;MB, or one that is a pipe or a device, is not read (the status bar says why) and is kept
+as <code>.orig</code> before it is replaced. An annotation file that is a link is written through
+only when it points into the annotations folder; a link to a file elsewhere is never written
+through, and saving such an image ends in a <b>Save error</b> that says so.</p>
 
 <h3>AI video frame extraction with YOLO</h3>
 <p><b>Edit &rarr; AI Video Frame Extraction (YOLO)...</b> runs a YOLO model (<code>.pt</code> file)

@@ -5,6 +5,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QListView>
 #include <QMenu>
 #include <QPainter>
 #include <QPainterPath>
@@ -22,6 +23,7 @@
 #include "app/theme.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "labels/labellistmodel.h"
 #include "model/labelpalette.h"
 #include "ui/sectionmenu.h"
 
@@ -75,6 +77,26 @@ protected:
             p.drawPolyline(QPolygonF({tip + QPointF(-2.5, -3.5), tip, tip + QPointF(-2.5, 3.5)}));
         }
         return true;
+    }
+};
+
+// The notes of the status bar: newest first, cut short with "..." where the bar ends (the
+// tool tip holds them all), so that a long note never widens the window.
+class NoteLabel : public QLabel
+{
+public:
+    using QLabel::QLabel;
+
+    QSize minimumSizeHint() const override { return QSize(0, QLabel::minimumSizeHint().height()); }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.setPen(palette().color(QPalette::WindowText));
+        const QRect area = contentsRect();
+        p.drawText(area, Qt::AlignLeft | Qt::AlignVCenter,
+                   fontMetrics().elidedText(text(), Qt::ElideRight, area.width()));
     }
 };
 
@@ -149,6 +171,12 @@ MainWindow::MainWindow(QWidget* parent)
     // File names are shown as they are, never read as markup.
     statusLabel->setTextFormat(Qt::PlainText);
     statusBar()->addWidget(statusLabel, 0);
+    statusNote = new NoteLabel;
+    statusNote->setObjectName(QStringLiteral("statusNote"));
+    statusNote->setTextFormat(Qt::PlainText);
+    statusNote->setStyleSheet(QStringLiteral("color: #e8b04a;"));
+    statusNote->setContentsMargins(24, 0, 4, 0);
+    statusBar()->addWidget(statusNote, 1);
 
     labels = {LabelPalette::defaultLabel()};
     applyLabels();
@@ -159,6 +187,21 @@ MainWindow::MainWindow(QWidget* parent)
 MainWindow::~MainWindow()
 {
     qApp->removeEventFilter(this);
+}
+
+void MainWindow::showStatusNote(const QString& text)
+{
+    constexpr int kNoteMs = 30000;
+    const auto show = [this] {
+        statusNote->setText(statusNotes.join(QStringLiteral("   |   ")));
+        statusNote->setToolTip(statusNotes.join(QLatin1Char('\n')));
+    };
+    statusNotes.prepend(text);
+    show();
+    QTimer::singleShot(kNoteMs, this, [this, text, show] {
+        statusNotes.removeOne(text);
+        show();
+    });
 }
 
 void MainWindow::buildToolbar()
@@ -223,6 +266,10 @@ void MainWindow::buildToolbar()
     classCombo->setObjectName(QStringLiteral("classCombo"));
     classCombo->setMinimumWidth(160);
     classCombo->setToolTip(QStringLiteral("Label for new bounding boxes"));
+    // Datasets may hold 100,000s of labels: rows come from a model, all of one height.
+    classCombo->setModel(new LabelListModel(classCombo));
+    if (auto* view = qobject_cast<QListView*>(classCombo->view()))
+        view->setUniformItemSizes(true);
     toolbar->addWidget(classCombo);
     connect(classCombo, &QComboBox::currentTextChanged, this, &MainWindow::onClassComboChanged);
 

@@ -2,7 +2,9 @@
 
 #include <QList>
 #include <QMainWindow>
+#include <QSet>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -45,9 +47,10 @@ public:
     void updateImageListItem(int row);
     void loadImageAt(int row);
     void saveAnnotationsFor(int index);
-    // Writes the files of several images with one disk flush for all of them; each file
-    // that cannot be written gets its own "Save error".
-    void saveAnnotationsForAll(const QList<int>& indices);
+    // Writes the files of several images with one disk flush for all of them. Each file
+    // that cannot be written gets its own "Save error" when reportEach is set; the
+    // failures are returned as "path" + line break + reason.
+    QStringList saveAnnotationsForAll(const QList<int>& indices, bool reportEach = true);
     void pushUndo();
     void refreshAnnotationsPanel();
     void updateStatusLabel();
@@ -74,6 +77,10 @@ public:
     QComboBox* createCombo = nullptr;
     ImageCanvas* canvas = nullptr;
     QLabel* statusLabel = nullptr;
+    // Notes at the right of the status bar: a file changed by another program, a file
+    // read only in part ... Each stays for a while.
+    QLabel* statusNote = nullptr;
+    void showStatusNote(const QString& text);
     ProposalReview* proposalReview = nullptr;
     // The result of the last dataset check; made on the first check.
     CheckDialog* checkDialog = nullptr;
@@ -147,10 +154,8 @@ private:
     void buildToolbar();
     void buildCentralArea();
     bool hasCurrentImage() const { return currentIndex >= 0 && currentIndex < images.size(); }
-    // Keeps the bytes of a file read only in part beside it before it is first written
-    // over or removed; false (after telling the user) when they could not be kept.
-    bool keepPartialOriginal(ImageAnnotations& record);
-    // Deletes a record's XML file (after its last shape went) and clears `dirty`.
+    // Deletes a record's XML file (after its last shape went) and clears `dirty`; what has
+    // to be kept of it first is kept (see AnnotationStore).
     void removeAnnotationFile(ImageAnnotations& record);
     // Deletes the XML file of the current image after its last shape went.
     void removeFileOfEmptiedImage();
@@ -161,6 +166,25 @@ private:
     void openCheckedShape(int record, const QString& image, int shape);
     // Empties the canvas and the annotations panel.
     void showNoImage();
+    // Tells once per file, in the status bar, that the file of the image shown was read
+    // only in part or not at all.
+    void noteLoadProblem(const ImageAnnotations& record, const QString& refusal, int errorLine);
+    void noteOutcome(const QString& xmlPath, const QString& theirsPath);
+    void reportSaveError(const QString& xmlPath, const QString& reason);
+    // The row Prev and Next step from: the one the list highlights, which after an image
+    // failed to load is not the image shown.
+    int navigationRow() const;
+    // At close, after the write-all: whether to quit although some images' files could not
+    // be written (`failures` as saveAnnotationsForAll returns them).
+    bool confirmQuitWithUnsaved(const QStringList& failures);
+
+    // Label names the background scan found so far, in order; they join the label list
+    // when the scan ends.
+    QStringList scanFound;
+    QSet<QString> scanFoundSet;
+    QStringList statusNotes;
+    QSet<QString> toldAboutFile;
+    bool labelFileDamaged = false;
 
     // Undo and redo as they were before the last snapshot, so that a change the canvas
     // calls off leaves no step behind; dropped by every other change of the history.

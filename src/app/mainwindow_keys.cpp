@@ -10,6 +10,7 @@
 
 #include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
+#include "ui/userprompts.h"
 
 // Keys the focused widget left unhandled. Shortcuts live here rather than on actions so
 // that the canvas and text fields see their keys first.
@@ -155,7 +156,8 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 }
 
 // Every record still marked dirty is written, not only the one shown: shapes that an
-// import put into images never opened would otherwise be lost with the window.
+// import put into images never opened would otherwise be lost with the window. What still
+// cannot be written is named before the window goes.
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     QList<int> dirty;
@@ -163,6 +165,34 @@ void MainWindow::closeEvent(QCloseEvent* event)
         if (images.at(i).dirty)
             dirty.append(i);
     }
-    saveAnnotationsForAll(dirty);
+    const QStringList failures = saveAnnotationsForAll(dirty, false);
+    if (!failures.isEmpty() && !confirmQuitWithUnsaved(failures)) {
+        event->ignore();
+        updateStatusLabel();
+        return;
+    }
     QMainWindow::closeEvent(event);
+}
+
+bool MainWindow::confirmQuitWithUnsaved(const QStringList& failures)
+{
+    constexpr int kListed = 5;
+    QStringList listed = failures.mid(0, kListed);
+    if (failures.size() > kListed)
+        listed.append(QStringLiteral("... and %1 more").arg(failures.size() - kListed));
+    enum { Quit = 0, Cancel = 1 };
+    const QList<UserPrompts::Choice> buttons = {
+        {QStringLiteral("Quit without saving"), QMessageBox::DestructiveRole},
+        {QStringLiteral("Cancel"), QMessageBox::RejectRole},
+    };
+    const int answer = UserPrompts::current().choose(
+        this, QMessageBox::Warning, QStringLiteral("Unsaved annotations"),
+        QStringLiteral("The annotation files of %1 image(s) could not be written; their changes "
+                       "exist only in this window.\n\n%2")
+            .arg(failures.size())
+            .arg(listed.join(QStringLiteral("\n\n"))),
+        QStringLiteral("Quit anyway and lose these changes? Cancel keeps the window open, so "
+                       "that you can free some space or fix the folder and close it again."),
+        buttons, Cancel);
+    return answer == Quit;
 }

@@ -121,9 +121,10 @@ void MainWindow::syncClassComboFromAnnotations()
     if (annotationsFolder.isEmpty())
         return;
     int added = 0;
+    LabelAppender appender(labels);
     QDirIterator it(annotationsFolder, {QStringLiteral("*.xml")}, QDir::Files);
     while (it.hasNext())
-        added += appendLabelsFromFile(labels, it.next());
+        added += appendLabelsFromFile(appender, it.next());
     if (added > 0) {
         applyLabels();
         saveLabelConfig();
@@ -165,7 +166,7 @@ void MainWindow::onRenameLabel()
     connect(nameEdit, &QLineEdit::returnPressed, renameButton, &QPushButton::click);
     connect(cancelButton, &QPushButton::clicked, &dialog, &QDialog::reject);
     connect(renameButton, &QPushButton::clicked, &dialog, [&dialog, nameEdit] {
-        if (nameEdit->text().trimmed().isEmpty()) {
+        if (cleanLabelName(nameEdit->text()).trimmed().isEmpty()) {
             UserPrompts::current().warning(&dialog, QStringLiteral("Invalid name"),
                                            QStringLiteral("Please enter a new label name."));
             return;
@@ -176,7 +177,7 @@ void MainWindow::onRenameLabel()
     if (UserPrompts::current().exec(&dialog) != QDialog::Accepted)
         return;
     const QString oldName = combo->currentText();
-    const QString newName = nameEdit->text().trimmed();
+    const QString newName = cleanLabelName(nameEdit->text()).trimmed();
     if (newName == oldName)
         return;
 

@@ -8,6 +8,7 @@
 
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "labels/labellistmodel.h"
 
 void MainWindow::applyLabels()
 {
@@ -29,15 +30,11 @@ void MainWindow::applyLabels()
     {
         // Refilling must not reach onClassComboChanged, which would drop the selection.
         const QSignalBlocker blocker(classCombo);
-        classCombo->clear();
-        for (const LabelDef& label : labels) {
-            QPixmap swatch(16, 16);
-            swatch.fill(label.color);
-            classCombo->addItem(QIcon(swatch), label.name);
-        }
+        if (auto* model = qobject_cast<LabelListModel*>(classCombo->model()))
+            model->setLabels(labels);
         int index = -1;
-        for (int i = 0; i < classCombo->count(); ++i) {
-            if (classCombo->itemText(i) == previous) {
+        for (int i = 0; i < labels.size(); ++i) {
+            if (labels.at(i).name == previous) {
                 index = i;
                 break;
             }

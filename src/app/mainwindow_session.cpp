@@ -7,7 +7,6 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QImageReader>
 #include <QLabel>
 #include <QListWidget>
 #include <QPixmap>
@@ -21,9 +20,11 @@
 #include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
+#include "model/annotationstore.h"
 #include "model/datasetfolders.h"
+#include "model/imageloading.h"
+#include "model/labelpalette.h"
 #include "model/labelscan.h"
-#include "model/atomicbatch.h"
 #include "model/vocxml.h"
 #include "ui/userprompts.h"
 
@@ -121,6 +122,8 @@ void MainWindow::rebuildImageList()
     imageList->clear();
     currentIndex = -1;
     scanIndex = 0;
+    scanFound.clear();
+    scanFoundSet.clear();
     // The image shown belongs to the list just dropped; left on the canvas it would take
     // drawing that no record receives.
     showNoImage();
@@ -157,7 +160,12 @@ void MainWindow::scanNextBatch()
         imageList->setUpdatesEnabled(false);
         updateImageListItem(i);
         imageList->setUpdatesEnabled(true);
-        appendLabelsFromFile(labels, xmlPath);
+        for (const QString& name : scanLabelNames(xmlPath)) {
+            if (!scanFoundSet.contains(name)) {
+                scanFoundSet.insert(name);
+                scanFound.append(name);
+            }
+        }
     }
     scanIndex = end;
 
@@ -168,6 +176,13 @@ void MainWindow::scanNextBatch()
         QTimer::singleShot(kNextScanDelayMs, this, &MainWindow::scanNextBatch);
         return;
     }
+    // The names found join the label list at the end, in the order they were found: one
+    // pass over the list instead of a search of the whole list for every name.
+    LabelAppender appender(labels);
+    for (const QString& name : std::as_const(scanFound))
+        appender.add(name);
+    scanFound.clear();
+    scanFoundSet.clear();
     applyLabels();
     saveLabelConfig();
     updateStatusLabel();
@@ -215,20 +230,24 @@ void MainWindow::loadImageAt(int row)
         return;
 
     ImageAnnotations& record = images[row];
-    QImageReader reader(record.imagePath);
-    reader.setAutoTransform(true);
-    const QImage image = reader.read();
+    QString why;
+    const QImage image = ImageLoading::read(record.imagePath, &why);
     if (image.isNull()) {
         UserPrompts::current().warning(
             this, QStringLiteral("Load error"),
-            QStringLiteral("Could not load image:\n") + record.imagePath);
+            QStringLiteral("Could not load image:\n") + record.imagePath
+                + (why.isEmpty() ? QString() : QStringLiteral("\n") + why));
         return;
     }
     const QPixmap pixmap = QPixmap::fromImage(image);
     record.width = pixmap.width();
     record.height = pixmap.height();
-    if (record.boxes.isEmpty())
-        VocXml::load(record);
+    if (record.boxes.isEmpty()) {
+        VocXml::LoadProblem problem;
+        VocXml::load(record, &problem);
+        if (record.partial)
+            noteLoadProblem(record, problem.refusal, problem.errorLine);
+    }
 
     currentIndex = row;
     canvas->setImage(pixmap);
@@ -245,6 +264,38 @@ void MainWindow::loadImageAt(int row)
     updateStatusLabel();
 }
 
+void MainWindow::noteLoadProblem(const ImageAnnotations& record, const QString& refusal, int errorLine)
+{
+    if (toldAboutFile.contains(record.xmlPath))
+        return;
+    toldAboutFile.insert(record.xmlPath);
+    const QString name = QFileInfo(record.xmlPath).fileName();
+    if (!refusal.isEmpty())
+        showStatusNote(QStringLiteral("%1 was not read: %2").arg(name, refusal));
+    else
+        showStatusNote(QStringLiteral("%1 has an XML error at line %2: only the %3 shape(s) before it "
+                                      "were read; the file is kept as %1.orig before it is written")
+                           .arg(name)
+                           .arg(errorLine)
+                           .arg(record.boxes.size()));
+}
+
+void MainWindow::reportSaveError(const QString& xmlPath, const QString& reason)
+{
+    // The status line says "NOT saved" while the box is up, not after it.
+    updateStatusLabel();
+    UserPrompts::current().warning(this, QStringLiteral("Save error"),
+                                   QStringLiteral("Could not write:\n%1\n%2").arg(xmlPath, reason));
+}
+
+void MainWindow::noteOutcome(const QString& xmlPath, const QString& theirsPath)
+{
+    if (theirsPath.isEmpty())
+        return;
+    showStatusNote(QStringLiteral("%1 was changed by another program: that version is kept as %2")
+                       .arg(QFileInfo(xmlPath).fileName(), QFileInfo(theirsPath).fileName()));
+}
+
 void MainWindow::saveAnnotationsFor(int index)
 {
     if (index < 0 || index >= images.size())
@@ -252,78 +303,49 @@ void MainWindow::saveAnnotationsFor(int index)
     ImageAnnotations& record = images[index];
     if (index == currentIndex)
         record.boxes = canvas->boxes();
-    if (!keepPartialOriginal(record))
-        return;
-    if (VocXml::save(record, QDir(imagesFolder).dirName())) {
-        record.dirty = false;
+    const AnnotationStore::Outcome outcome =
+        AnnotationStore::save(record, QDir(imagesFolder).dirName());
+    noteOutcome(record.xmlPath, outcome.theirsPath);
+    if (outcome.ok)
         updateImageListItem(index);
-    } else {
-        UserPrompts::current().warning(this, QStringLiteral("Save error"),
-                                       QStringLiteral("Could not write:\n") + record.xmlPath);
-    }
+    else
+        reportSaveError(record.xmlPath, outcome.error);
 }
 
-void MainWindow::saveAnnotationsForAll(const QList<int>& indices)
+QStringList MainWindow::saveAnnotationsForAll(const QList<int>& indices, bool reportEach)
 {
-    const QString folderName = QDir(imagesFolder).dirName();
-    auto reportFailure = [this](const QString& xmlPath) {
-        UserPrompts::current().warning(this, QStringLiteral("Save error"),
-                                       QStringLiteral("Could not write:\n") + xmlPath);
-    };
-
-    AtomicBatch batch;
-    QList<int> staged;
+    QList<int> valid;
     for (int index : indices) {
         if (index < 0 || index >= images.size())
             continue;
-        ImageAnnotations& record = images[index];
         if (index == currentIndex)
-            record.boxes = canvas->boxes();
-        if (!keepPartialOriginal(record))
-            continue;
-        if (batch.stage(record.xmlPath, VocXml::toXml(record, folderName)))
-            staged.append(index);
-        else
-            reportFailure(record.xmlPath);
+            images[index].boxes = canvas->boxes();
+        valid.append(index);
     }
-    batch.commit();
-
-    const QStringList failed = batch.failedPaths();
-    for (int index : std::as_const(staged)) {
-        ImageAnnotations& record = images[index];
-        if (failed.contains(record.xmlPath)) {
-            reportFailure(record.xmlPath);
+    const QList<AnnotationStore::Outcome> outcomes =
+        AnnotationStore::saveAll(images, valid, QDir(imagesFolder).dirName());
+    QStringList failures;
+    for (int k = 0; k < valid.size(); ++k) {
+        const AnnotationStore::Outcome& outcome = outcomes.at(k);
+        const QString& xmlPath = images.at(valid.at(k)).xmlPath;
+        noteOutcome(xmlPath, outcome.theirsPath);
+        if (outcome.ok) {
+            updateImageListItem(valid.at(k));
             continue;
         }
-        record.dirty = false;
-        updateImageListItem(index);
+        failures.append(xmlPath + QLatin1Char('\n') + outcome.error);
+        if (reportEach)
+            reportSaveError(xmlPath, outcome.error);
     }
-}
-
-bool MainWindow::keepPartialOriginal(ImageAnnotations& record)
-{
-    if (!record.partial)
-        return true;
-    // The file holds objects past the XML error that the record never saw: writing the
-    // record over it would drop them without a word.
-    QString error;
-    if (!VocXml::keepOriginal(record.xmlPath, &error)) {
-        UserPrompts::current().warning(
-            this, QStringLiteral("Save error"),
-            QStringLiteral("Could not keep a copy of a file that was read only in part:\n%1\n%2\n"
-                           "The file was left unchanged.")
-                .arg(record.xmlPath, error));
-        return false;
-    }
-    record.partial = false;
-    return true;
+    return failures;
 }
 
 void MainWindow::removeAnnotationFile(ImageAnnotations& record)
 {
-    if (QFileInfo::exists(record.xmlPath) && keepPartialOriginal(record))
-        QFile::remove(record.xmlPath);
-    record.dirty = false;
+    const AnnotationStore::Outcome outcome = AnnotationStore::remove(record);
+    noteOutcome(record.xmlPath, outcome.theirsPath);
+    if (!outcome.ok)
+        reportSaveError(record.xmlPath, outcome.error);
 }
 
 void MainWindow::removeFileOfEmptiedImage()
@@ -370,16 +392,24 @@ void MainWindow::selectImageRow(int row)
     imageList->setCurrentRow(row);
 }
 
+int MainWindow::navigationRow() const
+{
+    const int row = imageList->currentRow();
+    return row >= 0 && row < images.size() ? row : currentIndex;
+}
+
 void MainWindow::onPrevImage()
 {
-    if (currentIndex >= 1)
-        selectImageRow(currentIndex - 1);
+    const int row = navigationRow();
+    if (row >= 1)
+        selectImageRow(row - 1);
 }
 
 void MainWindow::onNextImage()
 {
-    if (currentIndex + 1 < images.size())
-        selectImageRow(currentIndex + 1);
+    const int row = navigationRow();
+    if (row + 1 < images.size())
+        selectImageRow(row + 1);
 }
 
 void MainWindow::onToggleAutoZoom()
@@ -540,9 +570,11 @@ void MainWindow::updateStatusLabel()
     }
     const ImageAnnotations& record = images[currentIndex];
     const int shapes = canvas->boxes().size();
-    const QString annotations = shapes > 0
-                                    ? QStringLiteral("%1 annotation(s) - saved").arg(shapes)
-                                    : QStringLiteral("No annotations");
+    // "saved" is no check of the file, but a write that failed is never shown as saved.
+    const QString annotations =
+        shapes == 0           ? QStringLiteral("No annotations")
+        : record.writeFailed ? QStringLiteral("%1 annotation(s) - NOT saved").arg(shapes)
+                             : QStringLiteral("%1 annotation(s) - saved").arg(shapes);
     statusLabel->setText(QStringLiteral("Image %1 / %2   |   %3   |   %4 x %5 px   |   %6")
                              .arg(currentIndex + 1)
                              .arg(images.size())

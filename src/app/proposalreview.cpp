@@ -328,6 +328,9 @@ void ProposalReview::finishRun()
     if (m_labelsAdded)
         w->saveLabelConfig();
     m_labelsAdded = false;
+    // The run's sidecars are written in the background: its failures are known only
+    // once they are all done.
+    m_store.flush();
     reportWriteFailures();
 }
 
@@ -342,5 +345,6 @@ void ProposalReview::reportWriteFailures()
     const QStringList failed = m_store.takeFailures();
     if (!failed.isEmpty())
         UserPrompts::current().warning(w, QStringLiteral("Save error"),
-                                       QStringLiteral("Could not write:\n") + failed.join('\n'));
+                                       QStringLiteral("Could not write:\n")
+                                           + failed.join(QStringLiteral("\n\n")));
 }

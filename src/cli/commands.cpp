@@ -14,7 +14,7 @@
 #include "formats/datasetreading.h"
 #include "formats/exportimport.h"
 #include "model/datasetfolders.h"
-#include "model/labelcolorsfile.h"
+#include "model/labelcolorfile.h"
 #include "model/labelpalette.h"
 #include "training/datasetcheck.h"
 #include "training/trainingexport.h"
@@ -106,7 +106,7 @@ bool openDataset(const QString& images, const QString& annotations, Dataset* dat
 QList<LabelDef> initialLabels(const QString& annotations)
 {
     QList<LabelDef> labels = {LabelPalette::defaultLabel()};
-    LabelColorsFile::merge(labels, annotations);
+    LabelColorFile::merge(LabelColorFile::pathIn(annotations), labels);
     return labels;
 }
 

@@ -129,8 +129,9 @@ ExportImportResult exportCoco(const QList<ImageAnnotations>& images, const QList
     }
 
     ExportImportResult result;
-    if (!ConverterRules::writeFileAtomically(outputFile, bytes)) {
-        result.message = QStringLiteral("Cannot write to ") + outputFile;
+    QString error;
+    if (!ConverterRules::writeFileAtomically(outputFile, bytes, &error)) {
+        result.message = QStringLiteral("Cannot write to ") + outputFile + u'\n' + error;
         return result;
     }
     result.ok = true;
@@ -142,14 +143,12 @@ ExportImportResult exportCoco(const QList<ImageAnnotations>& images, const QList
 ExportImportResult importCoco(QList<ImageAnnotations>& images, QList<LabelDef>& labels,
                               const QString& inputFile)
 {
-    QFile file(inputFile);
-    if (!file.open(QIODevice::ReadOnly)) {
+    QByteArray bytes;
+    if (!ConverterRules::readImportFile(inputFile, &bytes)) {
         ExportImportResult result;
         result.message = QStringLiteral("Cannot open ") + inputFile;
         return result;
     }
-    const QByteArray bytes = file.readAll();
-    file.close();
 
     // Anything that is not a JSON object imports nothing, without complaint.
     const QJsonDocument doc = QJsonDocument::fromJson(bytes);
@@ -163,7 +162,7 @@ ExportImportResult parseCocoDocument(QList<ImageAnnotations>& images, QList<Labe
     const QJsonArray categories = root.value(QStringLiteral("categories")).toArray();
     for (const QJsonValue& value : categories) {
         const QJsonObject cat = value.toObject();
-        const QString name = cat.value(QStringLiteral("name")).toString();
+        const QString name = cleanLabelName(cat.value(QStringLiteral("name")).toString());
         categoryNames.insert(cat.value(QStringLiteral("id")).toInt(), name);
         ConverterRules::ensureLabel(labels, name);
     }

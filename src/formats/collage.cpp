@@ -10,10 +10,11 @@
 #include <QImageReader>
 #include <QImageWriter>
 #include <QPainter>
-#include <QSaveFile>
 
 #include "formats/converterrules.h"
 #include "formats/datasettools.h"
+#include "model/atomicbatch.h"
+#include "model/imageloading.h"
 #include "model/vocxml.h"
 
 namespace {
@@ -182,7 +183,8 @@ void drawAnnotations(QImage& scaled, const QRect& crop, const QList<BoxAnnotatio
 QImage readScaledCrop(const QString& path, const QRect& area, QRect* crop)
 {
     QImageReader reader(path);
-    reader.setAutoTransform(true);
+    if (!ImageLoading::prepare(reader))
+        return QImage();
     const QSize stored = reader.size();
     // Scaling by a whole factor commutes with the EXIF turn, so only the crop needs the
     // turned size.
@@ -302,18 +304,19 @@ ExportImportResult exportCollage(const QList<ImageAnnotations>& images,
 
     // Written beside the target and renamed over it, so that a failed write leaves no
     // partial PNG and an existing file stays as it was.
-    const ExportImportResult failed{false, QStringLiteral("Could not save collage to:\n") + path, 0};
-    QSaveFile file(path);
-    QImageWriter writer(&file, "png");
-    // zlib level 2: the default level takes about five times as long on a large
-    // collage of photos, for a file only some 15 % smaller.
-    writer.setQuality(70);
-    if (!file.open(QIODevice::WriteOnly) || !writer.write(canvas)) {
-        file.cancelWriting();
-        return failed;
-    }
-    if (!file.commit())
-        return failed;
+    QString error;
+    const bool saved = AtomicBatch::writeFileWith(
+        path,
+        [&canvas](QIODevice* device) {
+            QImageWriter writer(device, "png");
+            // zlib level 2: the default level takes about five times as long on a large
+            // collage of photos, for a file only some 15 % smaller.
+            writer.setQuality(70);
+            return writer.write(canvas);
+        },
+        &error);
+    if (!saved)
+        return {false, QStringLiteral("Could not save collage to:\n") + path + u'\n' + error, 0};
     return {true, QStringLiteral("Collage saved with %1 image(s):\n%2").arg(placed).arg(path), placed};
 }
 

@@ -5,13 +5,11 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QImage>
-#include <QImageIOHandler>
-#include <QImageReader>
-#include <QSaveFile>
 
 #include "model/atomicbatch.h"
+#include "model/imageloading.h"
 #include "model/labelpalette.h"
+#include "model/safefile.h"
 
 namespace ConverterRules {
 
@@ -33,26 +31,7 @@ int saturate(double integral)
 
 QSize imageFileSize(const QString& path)
 {
-    if (path.isEmpty())
-        return {};
-    {
-        QImageReader reader(path);
-        QSize size = reader.size();
-        if (size.width() > 0 && size.height() > 0) {
-            // The header size is the stored one; loaders that honour the EXIF
-            // orientation see it turned when the orientation includes a quarter turn.
-            if (reader.transformation() & QImageIOHandler::TransformationRotate90)
-                size.transpose();
-            return size;
-        }
-    }
-    // Some formats only know their size after decoding.
-    QImageReader decoder(path);
-    decoder.setAutoTransform(true);
-    const QImage image = decoder.read();
-    if (image.isNull())
-        return {};
-    return image.size();
+    return ImageLoading::size(path);
 }
 
 QSize imageSize(const ImageAnnotations& image)
@@ -160,12 +139,19 @@ int parseInt(QStringView text)
     return ok ? value : 0;
 }
 
+bool readImportFile(const QString& path, QByteArray* bytes)
+{
+    // Regular files only: a FIFO would block, /dev/zero would never end.
+    constexpr qint64 kMaxImportFileBytes = qint64(1) << 30;
+    return SafeFile::read(path, kMaxImportFileBytes, bytes) == SafeFile::ReadResult::Ok;
+}
+
 bool readTextLines(const QString& path, QStringList* lines)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    QByteArray bytes;
+    if (!readImportFile(path, &bytes))
         return false;
-    QByteArray bytes = file.readAll();
+    bytes.removeIf([](char c) { return c == '\r'; }); // as reading in text mode did
     if (bytes.startsWith("\xEF\xBB\xBF"))
         bytes.remove(0, 3);
     lines->clear();
@@ -180,11 +166,20 @@ bool readTextLines(const QString& path, QStringList* lines)
     return true;
 }
 
-// Not AtomicBatch::writeFile: that one reports only success, and callers may want
-// QSaveFile's reason for a failure.
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error)
 {
     return AtomicBatch::writeFile(path, bytes, error);
+}
+
+QString unwrittenNote(const AtomicBatch& batch, int alsoFailed, const QString& alsoReason)
+{
+    const int failed = int(batch.failedPaths().size()) + alsoFailed;
+    if (failed == 0)
+        return {};
+    const QString reason = batch.failedPaths().isEmpty()
+        ? alsoReason
+        : batch.failureReason(batch.failedPaths().first());
+    return QStringLiteral("\n\n%1 file(s) could not be written: %2").arg(failed).arg(reason);
 }
 
 void BoxImporter::add(int imageIndex, const QString& label, const QRect& rect)

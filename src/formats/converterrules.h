@@ -55,6 +55,9 @@ double parseNumber(QStringView text);
 // A text field read as a base-10 int: 0 when it is not one or does not fit.
 int parseInt(QStringView text);
 
+// The bytes of a file to import: a regular file of at most 1 GB; false otherwise.
+bool readImportFile(const QString& path, QByteArray* bytes);
+
 // Lines of a text file read as UTF-8 (a leading byte order mark dropped, "\r\n" taken
 // as "\n", invalid bytes replaced); false when the file cannot be opened.
 bool readTextLines(const QString& path, QStringList* lines);
@@ -71,8 +74,13 @@ private:
     QHash<int, QSize> m_sizes;
 };
 
-// Writes bytes to path atomically (temporary file renamed over the target).
+// Writes bytes to path atomically (temporary file renamed over the target); on failure
+// the old file is left as it was and *error holds the system's reason.
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error = nullptr);
+
+// What an export that writes many files adds to its message when some could not be
+// written: empty when all were.
+QString unwrittenNote(const AtomicBatch& batch, int alsoFailed = 0, const QString& alsoReason = QString());
 
 
 } // namespace ConverterRules

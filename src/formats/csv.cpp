@@ -37,8 +37,9 @@ ExportImportResult exportCsv(const QList<ImageAnnotations>& images, const QStrin
     }
 
     ExportImportResult result;
-    if (!ConverterRules::writeFileAtomically(outputFile, bytes)) {
-        result.message = QStringLiteral("Cannot write to ") + outputFile;
+    QString error;
+    if (!ConverterRules::writeFileAtomically(outputFile, bytes, &error)) {
+        result.message = QStringLiteral("Cannot write to ") + outputFile + u'\n' + error;
         return result;
     }
     result.ok = true;
@@ -78,7 +79,7 @@ ExportImportResult importCsv(QList<ImageAnnotations>& images, QList<LabelDef>& l
             continue;
         const int index = *it;
 
-        const QString label = fields.at(3).trimmed().toString();
+        const QString label = cleanLabelName(fields.at(3).toString()).trimmed();
         ConverterRules::ensureLabel(labels, label);
 
         const QRect rect(QPoint(ConverterRules::parseInt(fields.at(4)), ConverterRules::parseInt(fields.at(5))),

@@ -18,6 +18,8 @@ ExportImportResult exportDota(const QList<ImageAnnotations>& images, const QStri
     // One flush for the whole folder instead of one per file.
     AtomicBatch batch;
     int written = 0;
+    int unwritten = 0;
+    QString error;
     QByteArray out;
     for (const ImageAnnotations& image : images) {
         if (image.boxes.isEmpty())
@@ -36,14 +38,17 @@ ExportImportResult exportDota(const QList<ImageAnnotations>& images, const QStri
         }
         const QString path = outputFolder + QLatin1Char('/')
             + QFileInfo(image.imagePath).completeBaseName() + QStringLiteral(".txt");
-        if (batch.stage(path, out))
+        if (batch.stage(path, out, &error))
             ++written;
+        else
+            ++unwritten;
     }
     batch.commit();
     written -= batch.failedPaths().size();
 
     return { true,
-             QStringLiteral("Exported %1 DOTA file(s) to:\n%2").arg(QString::number(written), outputFolder),
+             QStringLiteral("Exported %1 DOTA file(s) to:\n%2").arg(QString::number(written), outputFolder)
+                 + ConverterRules::unwrittenNote(batch, unwritten, error),
              written };
 }
 
@@ -86,7 +91,7 @@ ExportImportResult importDota(QList<ImageAnnotations>& images, QList<LabelDef>& 
                 xs[i] = ConverterRules::parseNumber(parts.at(2 * i));
                 ys[i] = ConverterRules::parseNumber(parts.at(2 * i + 1));
             }
-            const QString name = parts.at(8).toString();
+            const QString name = cleanLabelName(parts.at(8).toString());
             if (!known.contains(name)) {
                 ConverterRules::ensureLabel(labels, name);
                 known.insert(name);

@@ -27,11 +27,12 @@ ExportImportResult exportObjectNames(const QList<LabelDef>& labels, const QStrin
 {
     QByteArray out;
     for (const LabelDef& label : labels) {
-        out += label.name.toUtf8();
+        out += cleanLabelName(label.name).toUtf8();
         out += '\n';
     }
-    if (!ConverterRules::writeFileAtomically(outputFile, out))
-        return { false, QStringLiteral("Cannot write to ") + outputFile, 0 };
+    QString error;
+    if (!ConverterRules::writeFileAtomically(outputFile, out, &error))
+        return { false, QStringLiteral("Cannot write to ") + outputFile + u'\n' + error, 0 };
     const int count = int(labels.size());
     return { true,
              QStringLiteral("Wrote %1 label(s) to:\n%2").arg(QString::number(count), outputFile),
@@ -51,7 +52,7 @@ ExportImportResult importObjectNames(QList<LabelDef>& labels, const QString& inp
     int added = 0;
     int skipped = 0;
     for (const QString& rawLine : std::as_const(lines)) {
-        const QString name = rawLine.trimmed();
+        const QString name = cleanLabelName(rawLine).trimmed();
         if (name.isEmpty())
             continue;
         const QString key = name.toCaseFolded();

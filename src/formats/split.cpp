@@ -10,6 +10,7 @@
 #include <QFileInfo>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace DatasetTools {
@@ -131,9 +132,15 @@ CopyResult copyFileBytes(const QString& source, const QString& target)
 {
     const QByteArray from = QFile::encodeName(source);
     const QByteArray to = QFile::encodeName(target);
-    const int in = ::open(from.constData(), O_RDONLY | O_CLOEXEC);
+    // Non-blocking, and only a regular file is copied: a FIFO would wait for good.
+    const int in = ::open(from.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (in < 0)
         return errno == ENOENT ? CopyResult::NoSource : CopyResult::Failed;
+    struct stat st {};
+    if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(in);
+        return CopyResult::Failed;
+    }
 
     // A new target is written in place (and removed again if the copy fails); an
     // existing one is replaced through a temporary file beside it, so that a failed copy

@@ -33,17 +33,20 @@ ExportImportResult exportYolo(const QList<ImageAnnotations>& images, const QList
     QByteArray classes;
     QHash<QString, int> classOf;
     for (int i = 0; i < labels.size(); ++i) {
-        classes += labels.at(i).name.toUtf8();
+        // A line break in a name would shift every class after it.
+        classes += cleanLabelName(labels.at(i).name).toUtf8();
         classes += '\n';
         if (!classOf.contains(labels.at(i).name))
             classOf.insert(labels.at(i).name, i);
     }
-    if (!ConverterRules::writeFileAtomically(outputFolder + QStringLiteral("/classes.txt"), classes))
-        return { false, QStringLiteral("Cannot write classes.txt to ") + outputFolder, 0 };
+    QString error;
+    if (!ConverterRules::writeFileAtomically(outputFolder + QStringLiteral("/classes.txt"), classes, &error))
+        return { false, QStringLiteral("Cannot write classes.txt to ") + outputFolder + u'\n' + error, 0 };
 
     // One flush for the whole folder instead of one per file.
     AtomicBatch batch;
     int written = 0;
+    int unwritten = 0;
     QByteArray out;
     for (const ImageAnnotations& image : images) {
         if (image.boxes.isEmpty())
@@ -72,15 +75,18 @@ ExportImportResult exportYolo(const QList<ImageAnnotations>& images, const QList
         }
         const QString path = outputFolder + QLatin1Char('/')
             + QFileInfo(image.imagePath).completeBaseName() + QStringLiteral(".txt");
-        if (batch.stage(path, out))
+        if (batch.stage(path, out, &error))
             ++written;
+        else
+            ++unwritten;
     }
     batch.commit();
     written -= batch.failedPaths().size();
 
     return { true,
              QStringLiteral("Exported %1 YOLO annotation file(s) to:\n%2")
-                 .arg(QString::number(written), outputFolder),
+                     .arg(QString::number(written), outputFolder)
+                 + ConverterRules::unwrittenNote(batch, unwritten, error),
              written };
 }
 
@@ -92,7 +98,7 @@ ExportImportResult importYolo(QList<ImageAnnotations>& images, QList<LabelDef>& 
         QStringList lines;
         if (ConverterRules::readTextLines(inputFolder + QStringLiteral("/classes.txt"), &lines)) {
             for (const QString& line : std::as_const(lines)) {
-                const QString name = line.trimmed();
+                const QString name = cleanLabelName(line).trimmed();
                 if (!name.isEmpty())
                     names.append(name);
             }

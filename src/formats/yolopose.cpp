@@ -60,6 +60,56 @@ void writeBoxLine(QTextStream& out, int classIndex, const BoxAnnotation& box,
     out << '\n';
 }
 
+// Words YAML 1.1 reads as booleans or null, whatever their letter case.
+bool isYamlKeyword(const QString& text)
+{
+    static const QStringList words = {
+        QStringLiteral("y"),    QStringLiteral("n"),     QStringLiteral("yes"),
+        QStringLiteral("no"),   QStringLiteral("on"),    QStringLiteral("off"),
+        QStringLiteral("true"), QStringLiteral("false"), QStringLiteral("null"),
+    };
+    return words.contains(text, Qt::CaseInsensitive);
+}
+
+// A plain scalar that every YAML reader takes as this very string: starts with a letter,
+// "_" or "/" (so no number, date, indicator or blank), holds only letters, digits, inner
+// blanks and "_-./()", ends without a blank, and is no keyword.
+bool isPlainYaml(const QString& text)
+{
+    if (text.isEmpty() || text.endsWith(QLatin1Char(' ')) || isYamlKeyword(text))
+        return false;
+    const QChar first = text.front();
+    if (!first.isLetter() && first != QLatin1Char('_') && first != QLatin1Char('/'))
+        return false;
+    for (QChar c : text) {
+        if (!c.isLetterOrNumber() && !QStringView(u" _-./()").contains(c))
+            return false;
+    }
+    return true;
+}
+
+// The text as a YAML scalar: unchanged when it is plain, otherwise double-quoted with
+// backslash escapes, so that names like "no", "#1" or "sign: stop" read back as written.
+QString yamlScalar(const QString& text)
+{
+    if (isPlainYaml(text))
+        return text;
+    QString quoted = QStringLiteral("\"");
+    for (QChar c : text) {
+        const QChar::Category category = c.category();
+        if (c == QLatin1Char('"') || c == QLatin1Char('\\')) {
+            quoted += QLatin1Char('\\');
+            quoted += c;
+        } else if (category == QChar::Other_Control || category == QChar::Separator_Line
+                   || category == QChar::Separator_Paragraph) {
+            quoted += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + QLatin1Char('"');
+}
+
 } // namespace
 
 ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
@@ -73,6 +123,8 @@ ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
     // One flush for the whole labels folder instead of one per file.
     AtomicBatch batch;
     int files = 0;
+    int unwritten = 0;
+    QString error;
     for (const ImageAnnotations& image : images) {
         // Only the stored size counts here; images without one are left out.
         if (image.width < 1 || image.height < 1)
@@ -104,26 +156,31 @@ ExportImportResult exportYoloPose(const QList<ImageAnnotations>& images,
 
         const QString path =
             labelsFolder + QFileInfo(image.imagePath).completeBaseName() + QStringLiteral(".txt");
-        if (batch.stage(path, text.toUtf8()))
+        if (batch.stage(path, text.toUtf8(), &error))
             ++files;
+        else
+            ++unwritten;
     }
     batch.commit();
     files -= int(batch.failedPaths().size());
 
-    QString yaml = QStringLiteral("path: ") + outputFolder
+    QString yaml = QStringLiteral("path: ") + yamlScalar(outputFolder)
         + QStringLiteral("\ntrain: images\nval: images\n\nnames:\n");
     for (const QString& name : classNames)
-        yaml += QStringLiteral("  - ") + name + u'\n';
+        yaml += QStringLiteral("  - ") + yamlScalar(name) + u'\n';
     if (!classNames.isEmpty() && keypointOrder.contains(classNames.first())) {
         yaml += QStringLiteral("\nkpt_shape: [%1, 3]\n")
                     .arg(keypointOrder.value(classNames.first()).size());
     }
-    ConverterRules::writeFileAtomically(outputFolder + QStringLiteral("/data.yaml"), yaml.toUtf8());
+    const QString yamlPath = outputFolder + QStringLiteral("/data.yaml");
+    if (!ConverterRules::writeFileAtomically(yamlPath, yaml.toUtf8(), &error))
+        ++unwritten;
 
     ExportImportResult result;
     result.ok = true;
     result.message =
-        QStringLiteral("Exported YOLO Pose for %1 image(s) to:\n%2").arg(files).arg(outputFolder);
+        QStringLiteral("Exported YOLO Pose for %1 image(s) to:\n%2").arg(files).arg(outputFolder)
+        + ConverterRules::unwrittenNote(batch, unwritten, error);
     result.count = files;
     return result;
 }

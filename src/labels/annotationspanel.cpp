@@ -1,8 +1,10 @@
 #include "labels/annotationspanel.h"
 
+#include <QAbstractListModel>
 #include <QEvent>
+#include <QItemSelectionModel>
 #include <QLabel>
-#include <QListWidget>
+#include <QListView>
 #include <QMouseEvent>
 #include <QVBoxLayout>
 
@@ -24,6 +26,39 @@ QString geometryToolTip(const BoxAnnotation& box)
 
 } // namespace
 
+// The shapes as list rows: the label as text, the geometry as tool tip, made when a row
+// is drawn or hovered.
+class ShapeListModel : public QAbstractListModel {
+public:
+    using QAbstractListModel::QAbstractListModel;
+
+    void setBoxes(const QList<BoxAnnotation>& boxes)
+    {
+        beginResetModel();
+        m_boxes = boxes;
+        endResetModel();
+    }
+
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override
+    {
+        return parent.isValid() ? 0 : int(m_boxes.size());
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override
+    {
+        if (!index.isValid() || index.row() >= m_boxes.size())
+            return {};
+        if (role == Qt::DisplayRole)
+            return m_boxes.at(index.row()).label;
+        if (role == Qt::ToolTipRole)
+            return geometryToolTip(m_boxes.at(index.row()));
+        return {};
+    }
+
+private:
+    QList<BoxAnnotation> m_boxes;
+};
+
 AnnotationsPanel::AnnotationsPanel(QWidget* parent)
     : QWidget(parent)
 {
@@ -37,8 +72,15 @@ AnnotationsPanel::AnnotationsPanel(QWidget* parent)
     title->setFont(titleFont);
     layout->addWidget(title);
 
-    m_list = new QListWidget(this);
+    m_list = new QListView(this);
     m_list->setObjectName(QStringLiteral("annotationsList"));
+    m_model = new ShapeListModel(this);
+    m_list->setModel(m_model);
+    // Every row has the delegate's height: the view lays out 100,000 rows by arithmetic
+    // instead of measuring each one.
+    m_list->setUniformItemSizes(true);
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_list->setAlternatingRowColors(true);
     m_list->setMouseTracking(true);
     m_list->viewport()->setMouseTracking(true);
@@ -48,7 +90,8 @@ AnnotationsPanel::AnnotationsPanel(QWidget* parent)
             &AnnotationsPanel::deleteRequested);
     m_list->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_list, &QWidget::customContextMenuRequested, this, &AnnotationsPanel::onContextMenu);
-    connect(m_list, &QListWidget::currentRowChanged, this, &AnnotationsPanel::onRowChanged);
+    connect(m_list->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this](const QModelIndex& current) { onRowChanged(current.isValid() ? current.row() : -1); });
     m_list->viewport()->installEventFilter(this);
     layout->addWidget(m_list);
 
@@ -63,11 +106,7 @@ void AnnotationsPanel::setLabelNames(const QList<QString>& names)
 void AnnotationsPanel::setBoxes(const QList<BoxAnnotation>& boxes)
 {
     m_updating = true;
-    m_list->clear();
-    for (const BoxAnnotation& box : boxes) {
-        auto* item = new QListWidgetItem(box.label, m_list);
-        item->setToolTip(geometryToolTip(box));
-    }
+    m_model->setBoxes(boxes);
     // Marks "no current row" as deliberate; otherwise the view makes row 0 current the
     // next time it gains focus (after a context menu, say) and that reads as a user pick.
     m_list->setCurrentIndex(QModelIndex());
@@ -77,11 +116,32 @@ void AnnotationsPanel::setBoxes(const QList<BoxAnnotation>& boxes)
 void AnnotationsPanel::setSelectedIndex(int index)
 {
     m_updating = true;
-    if (index >= 0 && index < m_list->count())
-        m_list->setCurrentRow(index);
+    if (index >= 0 && index < m_model->rowCount())
+        m_list->setCurrentIndex(m_model->index(index));
     else
         m_list->clearSelection();
     m_updating = false;
+}
+
+int AnnotationsPanel::rowCount() const
+{
+    return m_model->rowCount();
+}
+
+QString AnnotationsPanel::rowText(int row) const
+{
+    return m_model->index(row).data(Qt::DisplayRole).toString();
+}
+
+QString AnnotationsPanel::rowToolTip(int row) const
+{
+    return m_model->index(row).data(Qt::ToolTipRole).toString();
+}
+
+int AnnotationsPanel::currentRow() const
+{
+    const QModelIndex current = m_list->currentIndex();
+    return current.isValid() ? current.row() : -1;
 }
 
 void AnnotationsPanel::onRowChanged(int row)
@@ -92,11 +152,11 @@ void AnnotationsPanel::onRowChanged(int row)
 
 void AnnotationsPanel::onContextMenu(const QPoint& pos)
 {
-    QListWidgetItem* item = m_list->itemAt(pos);
-    if (!item || m_labelNames.isEmpty())
+    const QModelIndex index = m_list->indexAt(pos);
+    if (!index.isValid() || m_labelNames.isEmpty())
         return;
-    const int row = m_list->row(item);
-    const QString current = item->text();
+    const int row = index.row();
+    const QString current = index.data(Qt::DisplayRole).toString();
 
     SectionMenu menu(this);
     menu.addSection(QStringLiteral("Change label to:"));

@@ -1,5 +1,7 @@
 #include "labels/labelrowdelegate.h"
 
+#include "model/annotation.h"
+
 #include <QColor>
 #include <QLineEdit>
 #include <QPainter>
@@ -99,7 +101,7 @@ void LabelRowDelegate::setModelData(QWidget* editor, QAbstractItemModel* model,
     auto* edit = qobject_cast<QLineEdit*>(editor);
     if (!edit)
         return;
-    const QString name = edit->text().trimmed();
+    const QString name = cleanLabelName(edit->text()).trimmed();
     if (!name.isEmpty())
         model->setData(index, name, LabelNameRole);
 }

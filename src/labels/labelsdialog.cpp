@@ -123,7 +123,7 @@ QList<LabelDef> LabelsDialog::result() const
 
 void LabelsDialog::onAddLabel()
 {
-    const QString name = m_nameEdit->text().trimmed();
+    const QString name = cleanLabelName(m_nameEdit->text()).trimmed();
     if (name.isEmpty())
         return;
     for (int row = 0; row < m_list->count(); ++row) {

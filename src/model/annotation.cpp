@@ -130,3 +130,30 @@ ShapeType shapeTypeFromWord(QStringView word)
     }
     return ShapeType::BoundingBox;
 }
+
+namespace {
+
+bool breaksLine(QChar c)
+{
+    const char16_t u = c.unicode();
+    if (u < 0x80)
+        return u < 0x20 || u == 0x7f;
+    const QChar::Category category = c.category();
+    return category == QChar::Other_Control || category == QChar::Separator_Line
+        || category == QChar::Separator_Paragraph;
+}
+
+} // namespace
+
+QString cleanLabelName(const QString& name)
+{
+    const auto first = std::find_if(name.cbegin(), name.cend(), breaksLine);
+    if (first == name.cend())
+        return name;
+    QString clean = name;
+    for (auto it = clean.begin() + (first - name.cbegin()); it != clean.end(); ++it) {
+        if (breaksLine(*it))
+            *it = QLatin1Char(' ');
+    }
+    return clean;
+}

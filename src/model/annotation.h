@@ -44,6 +44,26 @@ struct BoxAnnotation {
     bool operator!=(const BoxAnnotation& o) const { return !(*this == o); }
 };
 
+// What this session last knew of an annotation file on disk, so that a file changed by
+// another program since is noticed before it is written over.
+struct FileStamp {
+    enum State : quint8 {
+        Unknown, // never looked at
+        Missing, // looked at: there was no file
+        Known,   // read or written by this session, as described below
+    };
+    State state = Unknown;
+    qint64 size = 0;
+    qint64 mtimeNs = 0;
+    quint64 inode = 0;
+
+    bool operator==(const FileStamp& o) const
+    {
+        return state == o.state && size == o.size && mtimeNs == o.mtimeNs && inode == o.inode;
+    }
+    bool operator!=(const FileStamp& o) const { return !(*this == o); }
+};
+
 struct ImageAnnotations {
     QString imagePath;
     QString xmlPath;
@@ -54,6 +74,9 @@ struct ImageAnnotations {
     // The last read of xmlPath stopped at an XML error: the file holds more than `boxes`,
     // and its bytes are kept beside it before it is first written over.
     bool partial = false;
+    // The last write of xmlPath failed: what is on disk is not what the record holds.
+    bool writeFailed = false;
+    FileStamp stamp;
 };
 
 struct LabelDef {
@@ -72,6 +95,11 @@ QRect pointsBoundingRect(const QList<QPointF>& points);
 // The four corners of a w x h rectangle centred at `centre` and turned by angleDegrees
 // (clockwise on screen). At angle 0: top-left, top-right, bottom-right, bottom-left.
 QList<QPointF> rotatedBoxCorners(const QPointF& centre, double w, double h, double angleDegrees);
+
+// A label name as one line: every control character (line breaks, tabs ...) and the
+// Unicode line and paragraph separators become a blank. Applied wherever a name is read
+// from a file or typed.
+QString cleanLabelName(const QString& name);
 
 // The word naming a kind in annotation files ("bndbox", "polygon", "line", "keypoint",
 // "rotatedbox", "cuboid", "ellipse"), and back; an unknown word (compared

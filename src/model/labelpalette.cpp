@@ -44,3 +44,20 @@ bool appendIfMissing(QList<LabelDef>& labels, const QString& name)
 }
 
 } // namespace LabelPalette
+
+LabelAppender::LabelAppender(QList<LabelDef>& labels)
+    : m_labels(labels)
+{
+    m_names.reserve(labels.size());
+    for (const LabelDef& label : std::as_const(labels))
+        m_names.insert(label.name);
+}
+
+bool LabelAppender::add(const QString& name)
+{
+    if (m_names.contains(name))
+        return false;
+    m_names.insert(name);
+    m_labels.append(LabelDef{name, LabelPalette::colorForIndex(int(m_labels.size()))});
+    return true;
+}

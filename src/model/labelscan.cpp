@@ -1,10 +1,10 @@
 #include "model/labelscan.h"
 
-#include <QFile>
 #include <QXmlStreamReader>
 
 #include "model/labelpalette.h"
 #include "model/plainxml.h"
+#include "model/safefile.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ QStringList scan(Xml& xml)
                 inBndbox = true;
             } else if ((tag == u"name" || tag == u"n") && inObject && !inBndbox) {
                 // Reading the text consumes the end element, so no flag needs clearing.
-                const QString name = elementText(xml).trimmed();
+                const QString name = cleanLabelName(elementText(xml)).trimmed();
                 if (xml.hasError())
                     break;
                 if (!name.isEmpty())
@@ -83,18 +83,24 @@ QStringList scanLabelNamesInData(const QByteArray& data)
 
 QStringList scanLabelNames(const QString& xmlPath)
 {
-    QFile file(xmlPath);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    QByteArray bytes;
+    if (SafeFile::read(xmlPath, SafeFile::kMaxAnnotationFileBytes, &bytes) != SafeFile::ReadResult::Ok)
         return {};
-    return scanLabelNamesInData(file.readAll());
+    return scanLabelNamesInData(bytes);
 }
 
-int appendLabelsFromFile(QList<LabelDef>& labels, const QString& xmlPath)
+int appendLabelsFromFile(LabelAppender& labels, const QString& xmlPath)
 {
     int added = 0;
     const QStringList names = scanLabelNames(xmlPath);
     for (const QString& name : names)
-        if (LabelPalette::appendIfMissing(labels, name))
+        if (labels.add(name))
             ++added;
     return added;
+}
+
+int appendLabelsFromFile(QList<LabelDef>& labels, const QString& xmlPath)
+{
+    LabelAppender appender(labels);
+    return appendLabelsFromFile(appender, xmlPath);
 }

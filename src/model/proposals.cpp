@@ -15,6 +15,9 @@
 #include <cmath>
 #include <cstdio>
 
+#include "model/atomicbatch.h"
+#include "model/safefile.h"
+
 
 namespace Proposals {
 
@@ -158,14 +161,16 @@ bool fromJson(const QByteArray& bytes, QList<Proposal>* proposals)
 // --- Writing in the background -----------------------------------------------------------
 
 // Takes everything queued at once and writes it. A sidecar queued again before its turn is
-// written once, with its newest content; a null content removes it. Each file is replaced
-// in one step (a temporary file renamed over it) but not flushed to the disk: a crash may
-// cost the newest proposals, which a run makes again, and never leaves a broken file.
+// written once, with its newest content; a null content removes it. The writes of one
+// turn are one batch: each file replaced in one step, checked like every other write of
+// the program (a link leading out of the annotations folder or anything but a regular
+// file is refused), and the disk flushed once for all of them.
 struct ProposalStore::Writer {
     QMutex mutex;
     QWaitCondition wake;
     QWaitCondition idle;
     QHash<QString, QByteArray> queued;
+    QString confineTo;
     bool busy = false;
     bool quit = false;
     QStringList failures;
@@ -209,9 +214,10 @@ struct ProposalStore::Writer {
             if (queued.isEmpty())
                 return;
             const QHash<QString, QByteArray> jobs = std::exchange(queued, {});
+            const QString folder = confineTo;
             busy = true;
             lock.unlock();
-            const QStringList failed = write(jobs);
+            const QStringList failed = write(jobs, folder);
             lock.relock();
             busy = false;
             failures += failed;
@@ -219,15 +225,20 @@ struct ProposalStore::Writer {
         }
     }
 
-    static QStringList write(const QHash<QString, QByteArray>& jobs)
+    // Each failure as the file and the reason, on two lines.
+    static QStringList write(const QHash<QString, QByteArray>& jobs, const QString& confineTo)
     {
         QStringList failed;
         QSet<QString> folders;
+        AtomicBatch batch;
         for (auto it = jobs.begin(); it != jobs.end(); ++it) {
             const QString& path = it.key();
             if (it.value().isNull()) {
-                if (QFileInfo::exists(path) && !QFile::remove(path))
-                    failed.append(path);
+                if (QFileInfo(path).isSymLink() || QFileInfo::exists(path)) {
+                    QFile file(path);
+                    if (!file.remove())
+                        failed.append(path + QLatin1Char('\n') + file.errorString());
+                }
                 continue;
             }
             const QString folder = QFileInfo(path).path();
@@ -235,17 +246,13 @@ struct ProposalStore::Writer {
                 QDir().mkpath(folder);
                 folders.insert(folder);
             }
-            const QString temp = path + QStringLiteral(".part");
-            QFile file(temp);
-            bool ok = file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-                && file.write(it.value()) == it.value().size() && file.flush();
-            file.close();
-            ok = ok && file.error() == QFileDevice::NoError
-                && std::rename(QFile::encodeName(temp).constData(), QFile::encodeName(path).constData()) == 0;
-            if (!ok) {
-                QFile::remove(temp);
-                failed.append(path);
-            }
+            QString reason;
+            if (!batch.stage(path, it.value(), &reason, confineTo))
+                failed.append(path + QLatin1Char('\n') + reason);
+        }
+        if (!batch.commit()) {
+            for (const QString& path : batch.failedPaths())
+                failed.append(path + QLatin1Char('\n') + batch.failureReason(path));
         }
         return failed;
     }
@@ -258,6 +265,10 @@ ProposalStore::~ProposalStore() = default;
 void ProposalStore::open(const QString& annotationsFolder)
 {
     m_writer->waitIdle();
+    {
+        QMutexLocker lock(&m_writer->mutex);
+        m_writer->confineTo = annotationsFolder;
+    }
     m_annotations = annotationsFolder;
     m_known.clear();
     m_open.clear();
@@ -301,9 +312,11 @@ QList<Proposal> ProposalStore::proposalsFor(const QString& xmlPath)
     QList<Proposal> proposals;
     // Once the listing is complete, an image it did not find has no sidecar to read.
     if (!m_listed || m_open.contains(xmlPath)) {
-        QFile file(Proposals::sidecarPath(xmlPath));
-        if (file.open(QIODevice::ReadOnly))
-            Proposals::fromJson(file.readAll(), &proposals);
+        // A regular file of sane size only: a FIFO or a link to /dev/zero would hang.
+        QByteArray bytes;
+        if (SafeFile::read(Proposals::sidecarPath(xmlPath), SafeFile::kMaxAnnotationFileBytes, &bytes)
+            == SafeFile::ReadResult::Ok)
+            Proposals::fromJson(bytes, &proposals);
     }
     m_known.insert(xmlPath, proposals);
     if (proposals.isEmpty())

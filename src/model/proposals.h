@@ -85,7 +85,8 @@ public:
 
     // Waits until every queued write is on disk.
     void flush();
-    // Sidecars that could not be written or removed since the last call.
+    // Sidecars that could not be written or removed since the last call, each as its
+    // path and the reason on the next line.
     QStringList takeFailures();
 
 private:

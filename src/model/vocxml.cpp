@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QXmlStreamReader>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 
 #include "model/atomicbatch.h"
 #include "model/plainxml.h"
+#include "model/safefile.h"
 
 namespace {
 
@@ -506,7 +506,7 @@ private:
         } else if (!m_inObject) {
             return;
         } else if ((tag == Tag::Name || tag == Tag::N) && !m_inBndbox && m_open == Tag::Other) {
-            m_current.label = readText(m_xml, m_buf).trimmed().toString();
+            m_current.label = cleanLabelName(readText(m_xml, m_buf).toString()).trimmed();
         } else if (tag == Tag::Type) {
             m_current.type = shapeTypeFromWord(readText(m_xml, m_buf).trimmed());
         } else if (tag == Tag::Bndbox) {
@@ -655,17 +655,10 @@ QByteArray toXml(const ImageAnnotations& ann, const QString& folder)
     return out.take();
 }
 
-bool save(const ImageAnnotations& ann, const QString& folder)
+bool save(const ImageAnnotations& ann, const QString& folder, QString* error)
 {
-    const QByteArray bytes = toXml(ann, folder);
-    // QSaveFile writes beside the target, syncs the data to disk and renames it over the
-    // target on commit; until then the old file stays as it was.
-    QSaveFile file(ann.xmlPath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
-        return false;
-    if (file.write(bytes) != bytes.size())
-        return false; // the temporary file is discarded, the target left alone
-    return file.commit();
+    return AtomicBatch::writeFile(ann.xmlPath, toXml(ann, folder), error,
+                                  QFileInfo(ann.xmlPath).absolutePath());
 }
 
 bool loadFromData(const QByteArray& data, QList<BoxAnnotation>& boxes)
@@ -687,43 +680,51 @@ bool loadWithStreamReader(const QByteArray& data, QList<BoxAnnotation>& boxes)
     return Reader(xml, boxes).run();
 }
 
-bool load(ImageAnnotations& ann)
+bool load(ImageAnnotations& ann, LoadProblem* problem)
 {
     if (ann.xmlPath.isEmpty())
         return false;
-    QFile file(ann.xmlPath);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    QByteArray data;
+    QString reason;
+    const SafeFile::ReadResult read = SafeFile::read(ann.xmlPath, SafeFile::kMaxAnnotationFileBytes,
+                                                     &data, &reason, &ann.stamp);
+    if (read != SafeFile::ReadResult::Ok) {
+        // A file that is there but was not read must not be written over unseen.
+        ann.partial = read != SafeFile::ReadResult::Missing;
+        if (problem && ann.partial)
+            problem->refusal = reason;
         return false;
-    const QByteArray data = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return false;
-    const bool whole = loadFromData(data, ann.boxes);
+    }
+    bool whole = false;
+    PlainXmlReader plain;
+    if (plain.parse(data)) {
+        ann.boxes.clear();
+        whole = Reader(plain, ann.boxes).run();
+    } else {
+        ann.boxes.clear();
+        QXmlStreamReader xml(data);
+        whole = Reader(xml, ann.boxes).run();
+        if (!whole && problem)
+            problem->errorLine = int(xml.lineNumber());
+    }
     ann.partial = !whole;
     return whole;
 }
 
-bool keepOriginal(const QString& xmlPath, QString* error)
+bool keepOriginal(const QString& xmlPath, QString* error, QString* copyPath)
 {
-    QFile file(xmlPath);
-    if (!file.exists())
+    const FileStamp original = SafeFile::stampOf(xmlPath);
+    if (original.state != FileStamp::Known)
         return true;
-    if (!file.open(QIODevice::ReadOnly)) {
-        if (error)
-            *error = file.errorString();
-        return false;
-    }
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        if (error)
-            *error = file.errorString();
-        return false;
-    }
+    const QString folder = QFileInfo(xmlPath).absolutePath();
     for (int n = 1;; ++n) {
         const QString copy = xmlPath + QStringLiteral(".orig") + (n > 1 ? QString::number(n) : QString());
-        QFile existing(copy);
-        if (!existing.exists())
-            return AtomicBatch::writeFile(copy, bytes, error);
-        if (existing.open(QIODevice::ReadOnly) && existing.readAll() == bytes)
+        if (copyPath)
+            *copyPath = copy;
+        const FileStamp existing = SafeFile::stampOf(copy);
+        if (existing.state != FileStamp::Known)
+            return AtomicBatch::copyFile(xmlPath, copy, error, folder);
+        if (existing.size == original.size && SafeFile::sameContent(xmlPath, copy))
             return true;
     }
 }

@@ -8,6 +8,7 @@
 #include <QXmlStreamReader>
 
 #include "model/labelscan.h"
+#include "model/safefile.h"
 #include "model/vocxml.h"
 #include "training/imagestructure.h"
 
@@ -33,17 +34,11 @@ void readAnnotations(const ImageAnnotations& record, const Request& request, Inp
     }
     if (record.xmlPath.isEmpty() || !info.exists() || (inMemory && !request.recordedSize))
         return;
+    // Only regular files up to the annotation size limit are read: a FIFO or device would
+    // block the reader or fill the memory.
     QByteArray data;
-    bool opened = false;
-    // A FIFO or device would block the reader; only regular files are read.
-    if (info.isFile()) {
-        QFile file(record.xmlPath);
-        opened = file.open(QIODevice::ReadOnly);
-        if (opened) {
-            data = file.readAll();
-            opened = file.error() == QFileDevice::NoError;
-        }
-    }
+    const bool opened = SafeFile::read(record.xmlPath, SafeFile::kMaxAnnotationFileBytes, &data)
+                        == SafeFile::ReadResult::Ok;
     if (!opened) {
         if (!inMemory)
             in.xml = XmlState::Unreadable;

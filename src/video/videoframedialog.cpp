@@ -1,5 +1,6 @@
 #include "video/videoframedialog.h"
 
+#include <QBuffer>
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
@@ -14,13 +15,14 @@
 #include <QLabel>
 #include <QPixmap>
 #include <QPushButton>
-#include <QSaveFile>
 #include <QSlider>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <cmath>
 
+#include "model/atomicbatch.h"
+#include "model/imageloading.h"
 #include "ui/userprompts.h"
 #include "video/toollocator.h"
 
@@ -303,7 +305,7 @@ bool VideoFrameDialog::extractFrame(qint64 ms)
 
 void VideoFrameDialog::showFrame(const QString& path)
 {
-    const QImage image(path);
+    const QImage image = ImageLoading::read(path);
     if (image.isNull())
         return;
     m_currentFrame = image;
@@ -435,12 +437,15 @@ void VideoFrameDialog::addToDataset()
                          + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd_HHmmss_zzz"))
                          + QStringLiteral(".png");
     const QString path = QDir(folder).absoluteFilePath(name);
-    QSaveFile file(path);
-    const bool saved = file.open(QIODevice::WriteOnly) && m_currentFrame.save(&file, "PNG")
-                       && file.commit();
+    QByteArray png;
+    QBuffer buffer(&png);
+    QString error;
+    const bool saved = buffer.open(QIODevice::WriteOnly) && m_currentFrame.save(&buffer, "PNG")
+                       && AtomicBatch::writeFile(path, png, &error);
     if (!saved) {
         UserPrompts::current().warning(this, QStringLiteral("Save failed"),
-                                       QStringLiteral("Could not save:\n") + path);
+                                       QStringLiteral("Could not save:\n") + path
+                                           + (error.isEmpty() ? QString() : u'\n' + error));
         return;
     }
     addButton->setText(QStringLiteral("Saved!"));

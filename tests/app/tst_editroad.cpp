@@ -120,7 +120,7 @@ private Q_SLOTS:
         QCOMPARE(s->w.images[0].boxes, canvas()->boxes());
         QCOMPARE(saved(s->xml(0)), canvas()->boxes());
         QCOMPARE(panelRows(s->w), (QStringList{"object", "object"}));
-        QCOMPARE(s->w.annotationsPanel->listWidget()->currentRow(), 1);
+        QCOMPARE(s->w.annotationsPanel->currentRow(), 1);
         QCOMPARE(status(s->w), statusFor(0, 2));
         QCOMPARE(s->w.undoStack.size(), 1);
         QCOMPARE(rowTexts(s->w), (QStringList{"a.png  *", "b.png", "c.png"}));
@@ -190,7 +190,7 @@ private Q_SLOTS:
         s->w.classCombo->setCurrentIndex(1);
         QCOMPARE(canvas()->currentLabel, QStringLiteral("car"));
         QCOMPARE(canvas()->selectedIndex(), -1);
-        QVERIFY(s->w.annotationsPanel->listWidget()->selectedItems().isEmpty());
+        QVERIFY(s->w.annotationsPanel->listView()->selectionModel()->selectedIndexes().isEmpty());
         QCOMPARE(selection.count(), 0);
         drag(QPointF(100, 20), QPointF(140, 60));
         QCOMPARE(saved(s->xml(0)), (Shapes{box("object", 20, 20, 60, 50), box("car", 100, 20, 140, 60)}));
@@ -259,7 +259,7 @@ private Q_SLOTS:
         if (key == Qt::Key_F)
             canvas()->zoomIn();
         QWidget* target = focus == "list"    ? static_cast<QWidget*>(s->w.imageList)
-                          : focus == "panel" ? static_cast<QWidget*>(s->w.annotationsPanel->listWidget())
+                          : focus == "panel" ? static_cast<QWidget*>(s->w.annotationsPanel->listView())
                                              : canvas();
         target->setFocus();
         QCOMPARE(QApplication::focusWidget(), target);

@@ -163,7 +163,7 @@ void TestImageList::removal()
     QCOMPARE(QDir(w.annotationsFolder).entryList({"*.xml"}), QStringList{QString(all[shown]).replace(".png", ".xml")});
     QCOMPARE(readBytes(dir.filePath("annotations/" + QString(all[shown]).replace(".png", ".xml"))), xml);
     QCOMPARE(w.canvas->boxes().size(), after == all[shown] ? 1 : 0);
-    QCOMPARE(w.annotationsPanel->listWidget()->count(), after == all[shown] ? 1 : 0);
+    QCOMPARE(w.annotationsPanel->rowCount(), after == all[shown] ? 1 : 0);
     QCOMPARE(w.canvas->hasImage(), !after.isEmpty());
     QCOMPARE(status(w).section("   |   ", 0, 1), after.isEmpty() ? "No data loaded. Click 'Load Data' to begin."
                                                                    : QString("Image %1 / %2   |   %3").arg(w.currentIndex + 1).arg(count - 1).arg(after));

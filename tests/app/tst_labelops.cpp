@@ -79,7 +79,7 @@ void answerRemove(ScriptedPrompts& prompts, const QString& name, bool confirm = 
 // Chooses `label` in the context menu of the panel's row `row`.
 void changeInPanelMenu(MainWindow& w, int row, const QString& label)
 {
-    QListWidget* list = w.annotationsPanel->listWidget();
+    QListView* list = w.annotationsPanel->listView();
     QTimer::singleShot(0, list, [label] {
         auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
         for (QAction* action : menu ? menu->actions() : QList<QAction*>())
@@ -88,7 +88,7 @@ void changeInPanelMenu(MainWindow& w, int row, const QString& label)
         if (menu)
             menu->close();
     });
-    w.annotationsPanel->onContextMenu(list->visualItemRect(list->item(row)).center());
+    w.annotationsPanel->onContextMenu(list->visualRect(list->model()->index(row, 0)).center());
 }
 
 } // namespace
@@ -213,7 +213,7 @@ private Q_SLOTS:
         QCOMPARE(warnings.size(), trouble == 2 ? 1 : 0);
         if (trouble == 2) {
             QCOMPARE(warnings[0].title, QStringLiteral("Save error"));
-            QCOMPARE(warnings[0].text, "Could not write:\n" + broken);
+            QVERIFY(warnings[0].text.startsWith("Could not write:\n" + broken + "\n"));
             QVERIFY(s.w.images[1].dirty);
         }
         QCOMPARE(s.prompts.last().text.section('\n', 1), QString(rename ? "%1 bounding box(es) in %1 image(s) updated."
@@ -396,7 +396,7 @@ private Q_SLOTS:
         if (index < before.size()) {
             QCOMPARE(s.w.canvas->selectedIndex(), index);
             QCOMPARE(panelRows(s.w), expected);
-            QCOMPARE(s.w.annotationsPanel->listWidget()->currentRow(), index);
+            QCOMPARE(s.w.annotationsPanel->currentRow(), index);
         }
         QVERIFY(s.prompts.calls.isEmpty());
         QVERIFY(s.call("onUndo"));

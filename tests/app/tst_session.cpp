@@ -279,7 +279,7 @@ private Q_SLOTS:
         s.w.imageList->setCurrentRow(1);
         QCOMPARE(s.prompts.callsOf("warning").size(), 1);
         QCOMPARE(s.prompts.last().title, QStringLiteral("Load error"));
-        QCOMPARE(s.prompts.last().text, "Could not load image:\n" + s.path("b.png"));
+        QCOMPARE(s.prompts.last().text, "Could not load image:\n" + s.path("b.png") + (deleted ? "\nFile not found" : "\nUnsupported image format"));
         QCOMPARE(s.w.currentIndex, 0);
         QCOMPARE(s.w.canvas->boxes().size(), 1);
         QCOMPARE(s.w.canvas->pixmap().size(), QSize(8, 6));

@@ -173,7 +173,7 @@ private Q_SLOTS:
         editShapes(s.w, {b});
         QCOMPARE(s.prompts.callsOf("warning").size(), 1);
         QCOMPARE(s.prompts.last().title, QStringLiteral("Save error"));
-        QCOMPARE(s.prompts.last().text, "Could not write:\n" + s.xml(0));
+        QVERIFY(s.prompts.last().text.startsWith("Could not write:\n" + s.xml(0) + "\n"));
         QCOMPARE(s.w.images[0].boxes, Shapes{b});
         if (readOnlyFolder)
             QCOMPARE(s.w.imageList->item(0)->text(), QStringLiteral("a.png"));

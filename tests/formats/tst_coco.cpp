@@ -153,7 +153,8 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(folder));
         for (const QString& path : {m_dir.filePath("no/such/folder/out.json"), folder}) {
             const ExportImportResult r = ExportImport::exportCoco(images, labelList({"x"}), path);
-            QCOMPARE(QVariantList({r.ok, r.count, r.message}), QVariantList({false, 0, "Cannot write to " + path}));
+            const QString reason = path == folder ? "It is not a regular file." : "No such file or directory";
+            QCOMPARE(QVariantList({r.ok, r.count, r.message}), QVariantList({false, 0, "Cannot write to " + path + "\n" + reason}));
         }
         QVERIFY(QFileInfo(folder).isDir());
         QVERIFY(!QFile::exists(m_dir.filePath("no")));

@@ -143,11 +143,14 @@ private Q_SLOTS:
         const auto check = [](const ExportImportResult& r, bool ok, const QString& message) {
             return QVariantList({r.ok, r.count, r.message}) == QVariantList({ok, 0, message});
         };
-        QVERIFY(check(exportYolo(images, labels, blocked), false, "Cannot write classes.txt to " + blocked));
-        QVERIFY(check(exportDota(images, blocked), true, "Exported 0 DOTA file(s) to:\n" + blocked)); // not a failure
+        QVERIFY(check(exportYolo(images, labels, blocked), false, "Cannot write classes.txt to " + blocked + "\nNot a directory"));
+        QVERIFY(check(exportDota(images, blocked), true, "Exported 0 DOTA file(s) to:\n" + blocked
+                                                            + "\n\n1 file(s) could not be written: Not a directory"));
         for (const QString& path : {missing, folder}) {
-            QVERIFY(check(exportCsv(images, path), false, "Cannot write to " + path));
-            QVERIFY(check(exportObjectNames(labels, path), false, "Cannot write to " + path));
+            const QString unwritten = "Cannot write to " + path + "\n"
+                + (path == folder ? "It is not a regular file." : "No such file or directory");
+            QVERIFY(check(exportCsv(images, path), false, unwritten));
+            QVERIFY(check(exportObjectNames(labels, path), false, unwritten));
             QVERIFY(check(importCsv(images, labels, path), false, "Cannot open " + path));
             QVERIFY(check(importObjectNames(labels, path), false, "Cannot open " + path));
         }
@@ -383,7 +386,7 @@ private Q_SLOTS:
         QTest::newRow("non-ascii case") << QStringList{"Äpfel"} << QByteArray("\xc3\xa4pfel\n") << QStringList{"Äpfel"} << 1;
         QTest::newRow("byte order mark") << QStringList{"car"} << QByteArray("\xef\xbb\xbf" "car\nvan\n") << QStringList{"car", "van"} << 1;
         QTest::newRow("invalid utf-8") << QStringList{} << BYTES("\xff\x00\xfe\n\x80\n")
-                                       << QStringList{QStringLiteral("\uFFFD") + QChar(0) + QStringLiteral("\uFFFD"), QStringLiteral("\uFFFD")} << 0;
+                                       << QStringList{QStringLiteral("\uFFFD \uFFFD"), QStringLiteral("\uFFFD")} << 0;
     }
 
     void objectNames()

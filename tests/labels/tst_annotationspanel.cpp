@@ -1,5 +1,5 @@
 #include <QLabel>
-#include <QListWidget>
+#include <QListView>
 #include <QSignalSpy>
 
 #include "labels/annotationspanel.h"
@@ -10,7 +10,7 @@
 class TestAnnotationsPanel : public QObject {
     Q_OBJECT
     std::unique_ptr<AnnotationsPanel> panel;
-    QListWidget* list() const { return panel->listWidget(); }
+    QListView* list() const { return panel->listView(); }
     QRect rowRect(int row) const { return list()->visualRect(list()->model()->index(row, 0)); }
     ImageListDelegate* delegate() const { return qobject_cast<ImageListDelegate*>(list()->itemDelegate()); }
     const Boxes three{box("a", 0, 0, 5, 5), box("b", 1, 1, 6, 6), box("c", 2, 2, 7, 7)};
@@ -42,9 +42,9 @@ private Q_SLOTS:
         QCOMPARE(panel->findChild<QLabel*>()->text(), QStringLiteral("Annotations"));
         QCOMPARE(panel->minimumWidth(), 180);
         panel->setBoxes({box("first", 0, 0, 1, 1), shape});
-        QCOMPARE(list()->count(), 2);
-        QCOMPARE(list()->item(1)->text(), shape.label);
-        QCOMPARE(list()->item(1)->toolTip(), tip);
+        QCOMPARE(panel->rowCount(), 2);
+        QCOMPARE(panel->rowText(1), shape.label);
+        QCOMPARE(panel->rowToolTip(1), tip);
     }
 
     void setSelectedIndexIsSilent_data()
@@ -62,9 +62,9 @@ private Q_SLOTS:
         panel->setBoxes(three);
         panel->setSelectedIndex(2);
         panel->setSelectedIndex(index);
-        const QList<QListWidgetItem*> selected = list()->selectedItems();
+        const QModelIndexList selected = list()->selectionModel()->selectedIndexes();
         QCOMPARE(selected.size(), highlighted ? 1 : 0);
-        QCOMPARE(list()->currentRow(), highlighted ? index : 2);
+        QCOMPARE(panel->currentRow(), highlighted ? index : 2);
         panel->setBoxes({three[0]});
         panel->setBoxes({});
         QCOMPARE(requested.count(), 0);
@@ -137,7 +137,7 @@ private Q_SLOTS:
             QCOMPARE(changed.first(), (QList<QVariant>{1, requested}));
         // Focus coming back to the list after the menu must not pick a row by itself.
         QCOMPARE(selected.count(), 0);
-        QCOMPARE(list()->currentRow(), -1);
+        QCOMPARE(panel->currentRow(), -1);
     }
 };
 

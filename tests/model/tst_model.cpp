@@ -197,7 +197,6 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString a = dir.filePath("a.txt"), b = dir.filePath("b.txt"), blocked = dir.filePath("blocked.txt");
         QVERIFY(writeFile(a, "old content that is longer than the new one"));
-        QVERIFY(QDir().mkpath(blocked + "/inner")); // a folder that is not empty cannot be replaced
         {
             AtomicBatch abandoned;
             QVERIFY(abandoned.stage(b, "never committed"));
@@ -209,6 +208,7 @@ private Q_SLOTS:
         // Nothing reaches the targets before the commit.
         QCOMPARE(filesUnder(dir.path()).size(), 4);
         QCOMPARE(readAll(a), QByteArray("old content that is longer than the new one"));
+        QVERIFY(QDir().mkpath(blocked + "/inner")); // a folder that is not empty cannot be replaced
         QVERIFY(!batch.commit());
         QCOMPARE(batch.failedPaths(), QStringList{blocked});
         QCOMPARE(readAll(a) + readAll(b), QByteArray("new anew b"));

@@ -61,8 +61,8 @@ inline QStringList itemsOf(const QComboBox* combo)
 inline QStringList panelRows(const MainWindow& w)
 {
     QStringList out;
-    for (int i = 0; i < w.annotationsPanel->listWidget()->count(); ++i)
-        out << w.annotationsPanel->listWidget()->item(i)->text();
+    for (int i = 0; i < w.annotationsPanel->rowCount(); ++i)
+        out << w.annotationsPanel->rowText(i);
     return out;
 }
 
