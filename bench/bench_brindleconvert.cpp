@@ -2,13 +2,15 @@
 // hard-linked images (wall time, peak memory, and the shares of reading, converting and
 // writing), the check, and four shards in parallel plus the merge against the single run
 // (whose output they must equal). BENCH_IMAGES sets the dataset size (default 100,000
-// images, 20 shapes of mixed kinds each). Prints "name: value" lines.
+// images, 20 shapes of mixed kinds each); BENCH_DATASET names a folder where the dataset
+// is kept and reused by later runs (made when absent). Prints "name: value" lines.
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QTemporaryDir>
 
@@ -156,9 +158,12 @@ int main(int argc, char** argv)
     const int count = qEnvironmentVariableIntValue("BENCH_IMAGES") > 0 ? qEnvironmentVariableIntValue("BENCH_IMAGES") : 100000;
     const QString program = QStringLiteral(BENCH_CONVERT);
     QTemporaryDir dir(QDir::tempPath() + QStringLiteral("/bench_brindleconvert-XXXXXX"));
-    const QString images = dir.filePath(QStringLiteral("images")), annotations = dir.filePath(QStringLiteral("annotations"));
-    print("images", count);
-    print("dataset_make_s", timeMs([&] { makeDataset(images, annotations, count); }) / 1000);
+    const QString kept = qEnvironmentVariable("BENCH_DATASET");
+    const QDir data(kept.isEmpty() ? dir.path() : kept);
+    const QString images = data.filePath(QStringLiteral("images")), annotations = data.filePath(QStringLiteral("annotations"));
+    if (kept.isEmpty() || !QFileInfo::exists(annotations))
+        print("dataset_make_s", timeMs([&] { makeDataset(images, annotations, count); }) / 1000);
+    print("images", DatasetFolders::listImageFiles(images).size());
 
     const QString out = dir.filePath(QStringLiteral("out"));
     const QStringList exportArgs = {program, QStringLiteral("export"), QStringLiteral("ultralytics-segment"), images,

@@ -79,7 +79,7 @@ QString usageText()
 {
     return QStringLiteral(
         "Usage:\n"
-        "  brindle-convert check  IMAGES ANNOTATIONS [--json]\n"
+        "  brindle-convert check  IMAGES ANNOTATIONS [--full] [--json]\n"
         "  brindle-convert export LAYOUT IMAGES ANNOTATIONS OUT [--val P] [--test P] [--seed N]\n"
         "                         [--images copy|link] [--classes FILE] [--kp-order CLASS=KP1,KP2,...]\n"
         "                         [--files LIST] [--shard NAME] [--json]\n"
@@ -98,6 +98,8 @@ QString usageText()
         "  --kp-order C=K1,K2  keypoint labels of class C in slot order (repeatable)\n"
         "  --files LIST        export only the images named in LIST, one file name a line\n"
         "  --shard NAME        write the export as shard NAME, for merge\n"
+        "  --full              check: decode every image too, not only its header and\n"
+        "                      whether the file is whole (about ten times slower)\n"
         "  --json              print a machine-readable summary on stdout\n"
         "\n"
         "Exit status: 0 done, 1 the check found errors, 2 bad usage, unreadable input or\n"
@@ -119,6 +121,10 @@ bool parseArguments(const QStringList& args, Arguments* a, QString* error)
         }
         if (arg == QLatin1String("--json")) {
             a->json = true;
+            continue;
+        }
+        if (arg == QLatin1String("--full")) {
+            a->full = true;
             continue;
         }
         if (arg == QLatin1String("--")) {
@@ -182,6 +188,10 @@ bool parseArguments(const QStringList& args, Arguments* a, QString* error)
         a->out = positional.at(3);
     } else {
         a->out = positional.at(0);
+    }
+    if (a->full && a->verb != QLatin1String("check")) {
+        *error = QStringLiteral("--full applies to check only");
+        return false;
     }
     if (a->verb != QLatin1String("export") && !a->given.isEmpty()) {
         *error = a->given.first() + QStringLiteral(" applies to export only");

@@ -21,6 +21,7 @@ struct Arguments {
     QString filesList;
     QString shard;
     bool json = false;
+    bool full = false; // check: decode every image as well
 
     // Which of the export options were given, for refusing those a format ignores.
     QStringList given;

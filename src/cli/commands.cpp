@@ -341,6 +341,7 @@ int check(const Arguments& args)
     QList<LabelDef> labels = initialLabels(dataset.annotations);
     DatasetCheck::Options options;
     options.scanLabels = true;
+    options.decodeImages = args.full;
     DatasetCheck::Report report;
     {
         ProgressLine progress(QStringLiteral("checking"));

@@ -83,6 +83,7 @@ bool PlainXmlReader::parse(const QByteArray& data)
     // Names and decoded text never take more characters than their bytes.
     m_chars.reserve(data.size());
     m_chars.resize(0);
+    m_tokens.reserve(data.size() / 16); // a token per 20 to 30 bytes in files as written
 
     const char* p = data.constData();
     const char* const end = p + data.size();

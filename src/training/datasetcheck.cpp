@@ -65,7 +65,8 @@ ImageResult checkImage(const ImageAnnotations& record, const Options& options)
     ImageInput::Request request;
     request.scanNames = options.scanLabels;
     request.recordedSize = true;
-    request.decode = true;
+    request.structure = true;
+    request.decode = options.decodeImages;
     const ImageInput::Input in = ImageInput::read(record, request);
 
     ImageResult result;
@@ -86,7 +87,7 @@ ImageResult checkImage(const ImageAnnotations& record, const Options& options)
             "unreadable-image", Severity::Error, -1,
             in.image == ImageInput::ImageState::Missing
                 ? QStringLiteral("The image file is gone.")
-                : QStringLiteral("The image cannot be decoded.")));
+                : in.damage.isEmpty() ? QStringLiteral("The image cannot be decoded.") : in.damage));
     } else if (in.recordedSize.width() >= 1 && in.recordedSize.height() >= 1
                && in.recordedSize != in.imageSize) {
         result.problems.append(problem(

@@ -29,6 +29,10 @@ struct Options {
     // Grow the label list with the names each file holds, in dataset order, as the
     // window's label scan does (brindle-convert, which starts from the label file).
     bool scanLabels = false;
+    // Decode every image as well. Without it an image counts as readable when its header
+    // reads and its file is whole (not cut off); damage inside the compressed pixels of
+    // a whole file is found only by decoding, at ten times the cost.
+    bool decodeImages = false;
 };
 
 struct Report {

@@ -10,6 +10,7 @@
 #include "model/labelscan.h"
 #include "model/safefile.h"
 #include "model/vocxml.h"
+#include "training/imagestructure.h"
 
 namespace ImageInput {
 
@@ -71,11 +72,29 @@ void readImage(const ImageAnnotations& record, const Request& request, Input& in
     const bool headerSize = size.isValid() && size.width() > 0 && size.height() > 0;
     if (headerSize && (turn & QImageIOHandler::TransformationRotate90))
         size.transpose();
-    if (headerSize && !request.decode) {
+    // An image larger than the reader will allocate does not open in the window.
+    if ((request.structure || request.decode) && headerSize && reader.allocationLimit() > 0
+        && qint64(size.width()) * size.height() * 4 > qint64(reader.allocationLimit()) << 20) {
+        in.image = ImageState::Unreadable;
+        in.damage = QStringLiteral("The image header gives a size of %1 x %2, more than can be opened.")
+                        .arg(size.width()).arg(size.height());
+        return;
+    }
+    bool decode = request.decode || !headerSize;
+    if (request.structure) {
+        const ImageStructure::Result structure = ImageStructure::check(record.imagePath, reader.format(), reader.size());
+        if (structure.verdict == ImageStructure::Verdict::Damaged) {
+            in.image = ImageState::Unreadable;
+            in.damage = structure.reason;
+            return;
+        }
+        decode = decode || structure.verdict == ImageStructure::Verdict::Unchecked;
+    }
+    if (!decode) {
         in.imageSize = size;
         return;
     }
-    // Some formats only know their size after decoding; the check decodes every image.
+    // Some formats only know their size after decoding.
     if (headerSize && qint64(size.width()) * size.height() > kFullDecodePixels
         && reader.supportsOption(QImageIOHandler::ScaledSize))
         reader.setScaledSize(QSize(std::max(1, reader.size().width() / 8),

@@ -15,7 +15,9 @@ namespace ImageInput {
 struct Request {
     bool scanNames = false;    // the label names the window's label scan finds in the file
     bool recordedSize = false; // the size written into the annotation file
-    bool decode = false;       // decode the image to prove it readable (slow on big images)
+    bool structure = false;    // judge from the file's structure whether it decodes whole
+                               // (decoding the formats without such a rule)
+    bool decode = false;       // decode the image too (slow on big images)
 };
 
 enum class XmlState {
@@ -36,6 +38,7 @@ struct Input {
     ImageState image = ImageState::Readable;
     QSize imageSize;          // oriented; invalid when the image cannot be read
     bool turned = false;      // the EXIF orientation is other than 1
+    QString damage;           // why an Unreadable image is, when known
 };
 
 Input read(const ImageAnnotations& record, const Request& request);

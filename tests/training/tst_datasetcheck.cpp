@@ -1,3 +1,4 @@
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QImage>
@@ -16,7 +17,7 @@
 namespace {
 
 // How the one image "a" of a row is on disk.
-enum class Image { Png, Garbage, Gone, TurnedJpeg };
+enum class Image { Png, Garbage, Gone, TurnedJpeg, CutJpeg, CutPng, Text };
 // How its annotation file is.
 enum class Xml { Shapes, Garbage };
 
@@ -71,6 +72,13 @@ void TestDatasetCheck::problems_data()
         << QStringList{"a.jpg -1 size-mismatch warning"};
     QTest::newRow("unreadable image") << int(Image::Garbage) << shapesXml << size << QList<BoxAnnotation>{inside}
                                       << QStringList{"a.png -1 unreadable-image error"};
+    // Cut off as by an interrupted copy: the header still reads, the end marker is gone.
+    QTest::newRow("truncated JPEG") << int(Image::CutJpeg) << shapesXml << size << QList<BoxAnnotation>{inside}
+                                    << QStringList{"a.jpg -1 unreadable-image error"};
+    QTest::newRow("truncated PNG") << int(Image::CutPng) << shapesXml << size << QList<BoxAnnotation>{inside}
+                                   << QStringList{"a.png -1 unreadable-image error"};
+    QTest::newRow("not an image") << int(Image::Text) << shapesXml << size << QList<BoxAnnotation>{inside}
+                                  << QStringList{"a.png -1 unreadable-image error"};
     QTest::newRow("unreadable xml") << png << int(Xml::Garbage) << size << QList<BoxAnnotation>{}
                                     << QStringList{"a.png -1 unreadable-xml error"};
     QTest::newRow("image gone") << int(Image::Gone) << shapesXml << size << QList<BoxAnnotation>{inside}
@@ -88,15 +96,26 @@ void TestDatasetCheck::problems()
     QTemporaryDir dir;
     const QString images = dir.path(), annotations = dir.filePath("annotations");
     QVERIFY(QDir().mkpath(annotations));
-    const QString name = image == int(Image::TurnedJpeg) ? "a.jpg" : "a.png";
+    const QString name = image == int(Image::TurnedJpeg) || image == int(Image::CutJpeg) ? "a.jpg" : "a.png";
     QImage picture(100, 60, QImage::Format_RGB32);
     picture.fill(Qt::darkCyan);
+    for (int y = 0; y < 60; ++y)
+        picture.setPixel(y, y, qRgb(250, y * 4, 0));
     QFile file(dir.filePath(name));
+    const auto writeCut = [&](const char* format) {
+        QByteArray bytes;
+        QBuffer buffer(&bytes);
+        return buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, format)
+            && file.open(QIODevice::WriteOnly) && file.write(bytes.left(bytes.size() * 9 / 10)) > 0;
+    };
     switch (Image(image)) {
     case Image::Png: QVERIFY(picture.save(file.fileName())); break;
     case Image::Garbage: QVERIFY(file.open(QIODevice::WriteOnly) && file.write("\x89PNG not really") > 0); break;
     case Image::Gone: break;
     case Image::TurnedJpeg: QVERIFY(writeTurnedJpeg(file.fileName(), picture)); break;
+    case Image::CutJpeg: QVERIFY(writeCut("JPEG")); break;
+    case Image::CutPng: QVERIFY(writeCut("PNG")); break;
+    case Image::Text: QVERIFY(file.open(QIODevice::WriteOnly) && file.write("name,x,y\ncar,1,2\n") > 0); break;
     }
     file.close();
     // A second image without shapes and without a file.
