@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QFrame>
 #include <QLabel>
+#include <QLineEdit>
 #include <QScrollArea>
 #include <QVBoxLayout>
 
@@ -52,6 +53,24 @@ QComboBox* versionCombo()
     combo->addItems({QStringLiteral("YOLOv10"), QStringLiteral("YOLOv11"), QStringLiteral("YOLOv12")});
     combo->setCurrentText(QStringLiteral("YOLOv11"));
     return combo;
+}
+
+bool chooseFile(QWidget* parent, QLineEdit* edit, const QString& title, const QString& filter)
+{
+    const QString path = UserPrompts::current().openFileName(parent, title, QString(), filter);
+    if (path.isEmpty())
+        return false;
+    edit->setText(path);
+    return true;
+}
+
+bool chooseFolder(QWidget* parent, QLineEdit* edit, const QString& title)
+{
+    const QString path = UserPrompts::current().existingDirectory(parent, title, QString());
+    if (path.isEmpty())
+        return false;
+    edit->setText(path);
+    return true;
 }
 
 void assemble(QWidget* dialog, QWidget* content, QFrame* bottomBar)

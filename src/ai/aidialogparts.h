@@ -6,6 +6,7 @@ class QCheckBox;
 class QComboBox;
 class QFrame;
 class QLabel;
+class QLineEdit;
 class QWidget;
 
 // Small pieces the AI dialogs build the same way.
@@ -36,6 +37,12 @@ struct RunInputs {
     QString output;
     QString missingVideoText; // the dialog's words for an empty video field
 };
+// Asks for a file (chooseFile) or a folder (chooseFolder) and puts the path chosen in
+// `edit`; returns false when the user cancelled, leaving `edit` as it was.
+bool chooseFile(QWidget* parent, QLineEdit* edit, const QString& title, const QString& filter);
+bool chooseFolder(QWidget* parent, QLineEdit* edit, const QString& title);
+inline constexpr char modelFilter[] = "YOLO model (*.pt);;All files (*.*)";
+
 // The checks before a run: every field filled in, model and video files present. Tells
 // the user about the first problem and returns false.
 bool checkInputs(QWidget* parent, const RunInputs& inputs);

@@ -321,13 +321,9 @@ QString PrelabelDialog::labelFor(const QString& name, bool keypoint) const
 
 void PrelabelDialog::onBrowseModel()
 {
-    const QString path = UserPrompts::current().openFileName(
-        this, QStringLiteral("Select YOLO Model"), QString(),
-        QStringLiteral("YOLO model (*.pt);;All files (*.*)"));
-    if (path.isEmpty())
-        return;
-    modelEdit->setText(path);
-    onReadClasses();
+    if (AiDialogParts::chooseFile(this, modelEdit, QStringLiteral("Select YOLO Model"),
+                                  QLatin1String(AiDialogParts::modelFilter)))
+        onReadClasses();
 }
 
 QString PrelabelDialog::pythonAndScript(QString* script)

@@ -259,28 +259,19 @@ void VideoInferenceDialog::buildUI()
 
 void VideoInferenceDialog::onBrowseModel()
 {
-    const QString path = UserPrompts::current().openFileName(
-        this, QStringLiteral("Select YOLO Model"), QString(),
-        QStringLiteral("YOLO model (*.pt);;All files (*.*)"));
-    if (!path.isEmpty())
-        modelEdit->setText(path);
+    AiDialogParts::chooseFile(this, modelEdit, QStringLiteral("Select YOLO Model"),
+                              QLatin1String(AiDialogParts::modelFilter));
 }
 
 void VideoInferenceDialog::onBrowseVideo()
 {
-    const QString path = UserPrompts::current().openFileName(
-        this, QStringLiteral("Select Video File"), QString(),
-        QLatin1String(AiDialogParts::videoFilter));
-    if (!path.isEmpty())
-        videoEdit->setText(path);
+    AiDialogParts::chooseFile(this, videoEdit, QStringLiteral("Select Video File"),
+                              QLatin1String(AiDialogParts::videoFilter));
 }
 
 void VideoInferenceDialog::onBrowseOutput()
 {
-    const QString path = UserPrompts::current().existingDirectory(
-        this, QStringLiteral("Select Output Folder"), QString());
-    if (!path.isEmpty())
-        outputEdit->setText(path);
+    AiDialogParts::chooseFolder(this, outputEdit, QStringLiteral("Select Output Folder"));
 }
 
 void VideoInferenceDialog::onConfSlider(int value)

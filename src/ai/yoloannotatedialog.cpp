@@ -91,28 +91,19 @@ void YoloAnnotateDialog::buildUI()
 
 void YoloAnnotateDialog::onBrowseModel()
 {
-    const QString path = UserPrompts::current().openFileName(
-        this, QStringLiteral("Select YOLO Model"), QString(),
-        QStringLiteral("YOLO model (*.pt);;All files (*.*)"));
-    if (!path.isEmpty())
-        modelEdit->setText(path);
+    AiDialogParts::chooseFile(this, modelEdit, QStringLiteral("Select YOLO Model"),
+                              QLatin1String(AiDialogParts::modelFilter));
 }
 
 void YoloAnnotateDialog::onBrowseVideo()
 {
-    const QString path = UserPrompts::current().openFileName(
-        this, QStringLiteral("Select Input Video"), QString(),
-        QLatin1String(AiDialogParts::videoFilter));
-    if (!path.isEmpty())
-        videoEdit->setText(path);
+    AiDialogParts::chooseFile(this, videoEdit, QStringLiteral("Select Input Video"),
+                              QLatin1String(AiDialogParts::videoFilter));
 }
 
 void YoloAnnotateDialog::onBrowseOutput()
 {
-    const QString path = UserPrompts::current().existingDirectory(
-        this, QStringLiteral("Select Output Folder"), QString());
-    if (!path.isEmpty())
-        outputEdit->setText(path);
+    AiDialogParts::chooseFolder(this, outputEdit, QStringLiteral("Select Output Folder"));
 }
 
 void YoloAnnotateDialog::setRunning(bool running)
