@@ -378,7 +378,7 @@ void TestPrelabel::run()
     if (!deleted.isEmpty())
         writeFile(data.path("m.pt"), modelJson("detect", R"(, "delay": 0.3)"));
     ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
-    c.xmlPath = data.annotations + "/c.xml";
+    c.setXmlPath(data.annotations + "/c.xml");
     QVERIFY(VocXml::save(c, "images"));
     QMap<QString, QByteArray> before = contents(data.images);
     before.remove("annotations/label_colors.json");
@@ -530,7 +530,7 @@ void TestPrelabel::exportsIgnoreProposals()
     QFETCH(QString, action);
     Dataset data({"a:", "b:"});
     ImageAnnotations a = image(data.images + "/a.png", 160, 120, {box("object", 1, 1, 5, 5)});
-    a.xmlPath = data.annotations + "/a.xml";
+    a.setXmlPath(data.annotations + "/a.xml");
     QVERIFY(VocXml::save(a, "images"));
     const QString sidecars = data.annotations + "/.proposals";
     QList<QMap<QString, QByteArray>> written;

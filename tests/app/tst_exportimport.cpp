@@ -169,7 +169,7 @@ void TestExportImport::exportSeesUnsavedEdit()
     QTemporaryDir dir, out;
     QVERIFY(makeImageFile(dir.filePath("a.png")) && makeImageFile(dir.filePath("b.png")));
     ImageAnnotations unread;
-    unread.xmlPath = dir.filePath("annotations/b.xml");
+    unread.setXmlPath(dir.filePath("annotations/b.xml"));
     unread.boxes = {box("object", 1, 1, 4, 3)};
     QVERIFY(QDir().mkpath(dir.filePath("annotations")) && VocXml::save(unread, "x"));
     ScriptedPrompts prompts;
@@ -278,7 +278,7 @@ void TestExportImport::import()
     MainWindow w;
     QVERIFY(w.openDataset(dir.path()));
     editShapes(w, {box("object", 0, 0, 2, 2)});
-    QVERIFY(writeBytes(w.images[1].xmlPath, "<annotation/>")); // appeared behind the session's back
+    QVERIFY(writeBytes(w.images[1].xmlPath(), "<annotation/>")); // appeared behind the session's back
     (files[0].isEmpty() ? prompts.directoryAnswers : prompts.openFileAnswers) << input.filePath(files[0].section('=', 0, 0));
     prompts.calls.clear();
     trigger(w, action);
@@ -360,7 +360,7 @@ void TestExportImport::poseExport()
     QTemporaryDir dir, out;
     QVERIFY(writeImage(dir.filePath("a.png"), 640, 480) && writeImage(dir.filePath("b.png"), 320, 240));
     ImageAnnotations unread;
-    unread.xmlPath = dir.filePath("annotations/b.xml");
+    unread.setXmlPath(dir.filePath("annotations/b.xml"));
     unread.boxes = {box("person", 0, 0, 160, 120), keypoint("foot", 80, 120)};
     QVERIFY(QDir().mkpath(dir.filePath("annotations")) && VocXml::save(unread, "x"));
     ScriptedPrompts prompts;
@@ -381,7 +381,7 @@ void TestExportImport::poseExport()
     };
     prompts.directoryAnswers << out.path();
     trigger(w, "exportYoloPoseAction");
-    QVERIFY(QFile::exists(w.images[0].xmlPath) && !w.images[0].dirty);
+    QVERIFY(QFile::exists(w.images[0].xmlPath()) && !w.images[0].dirty);
     QCOMPARE(w.images[0].boxes, shapes);
     QCOMPARE(readBytes(out.filePath("labels/a.txt")), "0 0.234375 0.416667 0.15625 0.416667 0.234375 0.1875 2 0.234375 0.666667 2\n");
     QCOMPARE(readBytes(out.filePath("labels/b.txt")), "0 0.25 0.25 0.5 0.5 0 0 0 0.25 0.5 2\n");

@@ -142,7 +142,7 @@ void TestImageList::removal()
     QVERIFY(w.openDataset(dir.path()));
     w.imageList->setCurrentRow(shown);
     editShapes(w, {box("object", 1, 1, 3, 3)});
-    const QByteArray xml = readBytes(w.images[shown].xmlPath);
+    const QByteArray xml = readBytes(w.images[shown].xmlPath());
     w.resize(900, 600);
     w.show();
     QVERIFY(QTest::qWaitForWindowExposed(&w));
@@ -197,8 +197,8 @@ void TestImageList::question()
     w.canvas->setBoxes({box("object", 1, 1, 3, 3)}); // shapes not yet saved, as an import leaves them
     w.images[0].dirty = true;
     Q_EMIT w.imageList->delegate->removeRequested(2);
-    QVERIFY(QFile::exists(w.images[0].xmlPath) && !w.images[0].dirty);
-    const QByteArray saved = readBytes(w.images[0].xmlPath);
+    QVERIFY(QFile::exists(w.images[0].xmlPath()) && !w.images[0].dirty);
+    const QByteArray saved = readBytes(w.images[0].xmlPath());
     w.canvas->setBoxes({box("object", 2, 2, 4, 4)});
     w.images[0].dirty = true;
     Q_EMIT w.imageList->delegate->removeRequested(0);
@@ -213,7 +213,7 @@ void TestImageList::removalKeepsScanPosition()
         QVERIFY(writeImage(dir.filePath(QStringLiteral("i%1.png").arg(i, 2, 10, QLatin1Char('0')))));
     QVERIFY(QDir().mkpath(dir.filePath("annotations")));
     ImageAnnotations rec; // only i09 has a file; the scan must still find it after rows above it go
-    rec.xmlPath = dir.filePath("annotations/i09.xml");
+    rec.setXmlPath(dir.filePath("annotations/i09.xml"));
     rec.boxes = {box("late", 1, 1, 2, 2)};
     QVERIFY(VocXml::save(rec, "x"));
     ScriptedPrompts prompts;

@@ -123,12 +123,12 @@ void TestDatasetCheck::problems()
 
     ImageAnnotations record;
     record.imagePath = dir.filePath(name);
-    record.xmlPath = annotations + "/a.xml";
+    record.setXmlPath(annotations + "/a.xml");
     record.width = recorded.width();
     record.height = recorded.height();
     record.boxes = shapes;
     if (Xml(xml) == Xml::Garbage) {
-        QFile broken(record.xmlPath);
+        QFile broken(record.xmlPath());
         QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write("<annotation><object><name>a") > 0);
     } else {
         QVERIFY(VocXml::save(record, "images"));
