@@ -15,12 +15,15 @@
 #include "app/sessiontestutil.h"
 #include "model/vocxml.h"
 #include "support/records.h"
+#include "support/appfiles.h"
 #include "support/scriptedprompts.h"
 
 // The split, conversion and collage commands driven through the main window and the
 // dialog seam: what the user is asked and told, and what lands on disk.
 
 using Shapes = QList<BoxAnnotation>;
+
+using appfiles::contents;
 
 namespace {
 
@@ -40,16 +43,6 @@ void openDataset(MainWindow& w, const QTemporaryDir& dir, const QList<Shapes>& s
     QTRY_VERIFY(sessiontest::scanDone(w)); // the scan writes the label colour file
 }
 
-QMap<QString, QByteArray> contents(const QString& folder)
-{
-    QMap<QString, QByteArray> out;
-    QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        out.insert(QDir(folder).relativeFilePath(path), sessiontest::readBytes(path));
-    }
-    return out;
-}
 
 // Runs `look` on the window's progress dialog at the first chance events get.
 void atProgress(MainWindow& w, std::function<void(QProgressDialog*)> look)

@@ -294,21 +294,6 @@ private Q_SLOTS:
         s.w.updateImageListItem(7); // outside the list: ignored
     }
 
-    void requireDataLoaded()
-    {
-        Session s;
-        QVERIFY(!s.w.requireDataLoaded());
-        QCOMPARE(s.prompts.calls.size(), 1);
-        QCOMPARE(s.prompts.last().kind, QStringLiteral("information"));
-        QCOMPARE(s.prompts.last().title, QStringLiteral("No Data Loaded"));
-        QCOMPARE(s.prompts.last().text,
-                 UserPrompts::richText("Please click <b>Load Data</b> first and point Brindle to your\n"
-                                       "images directory and annotations directory\n"
-                                       "(they can be empty folders if you are starting fresh)."));
-        QVERIFY(s.w.openDataset(s.dir.path()));
-        QVERIFY(s.w.requireDataLoaded());
-        QCOMPARE(s.prompts.calls.size(), 1);
-    }
 };
 
 QTEST_MAIN(TestSession)

@@ -1,11 +1,10 @@
-#include <QScopeGuard>
 #include <QToolButton>
 
 #include "canvas/imagecanvas.h"
 #include "support/sessionfixture.h"
 
 // Editing the image shown: auto-save, removal of emptied files, undo and redo, copy and
-// paste, files read only in part, failed writes and the auto-zoom lock.
+// paste, files read only in part and the auto-zoom lock.
 
 using namespace sessionfx;
 
@@ -145,42 +144,6 @@ private Q_SLOTS:
         QCOMPARE(QDir(s.path("annotations")).entryList({"a.xml*"}), (QStringList{"a.xml", "a.xml.orig"}));
         QCOMPARE(readBytes(record.xmlPath + ".orig"), broken);
         QVERIFY(s.prompts.calls.isEmpty());
-    }
-
-    void saveFailureReported_data()
-    {
-        QTest::addColumn<bool>("readOnlyFolder");
-        QTest::newRow("a folder where the file goes") << false;
-        QTest::newRow("read-only annotations folder") << true;
-    }
-
-    void saveFailureReported()
-    {
-        QFETCH(bool, readOnlyFolder);
-        Session s;
-        QVERIFY(s.open({{}}));
-        const QString ann = s.w.annotationsFolder;
-        const auto all = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
-        const auto restore = qScopeGuard([&] { QFile::setPermissions(ann, all); });
-        if (readOnlyFolder) {
-            QVERIFY(QFile::setPermissions(ann, QFile::ReadOwner | QFile::ExeOwner));
-            if (writeBytes(ann + "/probe", "x"))
-                QSKIP("this user can write into read-only folders");
-        } else {
-            QVERIFY(QDir(ann).mkdir("a.xml"));
-        }
-        const BoxAnnotation b = box("object", 1, 1, 3, 3);
-        editShapes(s.w, {b});
-        QCOMPARE(s.prompts.callsOf("warning").size(), 1);
-        QCOMPARE(s.prompts.last().title, QStringLiteral("Save error"));
-        QVERIFY(s.prompts.last().text.startsWith("Could not write:\n" + s.xml(0) + "\n"));
-        QCOMPARE(s.w.images[0].boxes, Shapes{b});
-        if (readOnlyFolder)
-            QCOMPARE(s.w.imageList->item(0)->text(), QStringLiteral("a.png"));
-        // Each further attempt reports again; nothing else breaks.
-        editShapes(s.w, {b, b});
-        QCOMPARE(s.prompts.callsOf("warning").size(), 2);
-        QCOMPARE(s.w.canvas->boxes().size(), 2);
     }
 
     void autoZoomLock()

@@ -7,11 +7,14 @@
 #include <QTest>
 
 #include "app/mainwindow.h"
+#include "support/appfiles.h"
 #include "support/scriptedprompts.h"
 
 // brindle-convert as a user runs it: exit codes and the one line on stderr, the Export /
 // Import formats byte for byte as the window writes them, and N shards + merge byte for
 // byte as one run.
+
+using appfiles::contents;
 
 namespace {
 
@@ -34,18 +37,6 @@ Run convert(const QStringList& args, const QString& program = QStringLiteral(BRI
     return run;
 }
 
-// Every file under `folder` (hidden ones too), relative path -> bytes.
-QMap<QString, QByteArray> contents(const QString& folder)
-{
-    QMap<QString, QByteArray> files;
-    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QFile file(path);
-        files.insert(QDir(folder).relativeFilePath(path), file.open(QIODevice::ReadOnly) ? file.readAll() : "?");
-    }
-    return files;
-}
 
 // A copy of the sample dataset, with a few more images for the split.
 bool copySamples(const QString& target)
