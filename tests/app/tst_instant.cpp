@@ -10,7 +10,9 @@
 #include "app/mainwindow.h"
 #include "canvas/imagecanvas.h"
 #include "model/imagecache.h"
-#include "support/scriptedprompts.h"
+#include "support/sessionfixture.h"
+
+using namespace sessionfx;
 
 namespace {
 
@@ -60,75 +62,67 @@ void TestInstant::neighboursDecodedAheadInTravelDirection()
 {
     QFETCH(QList<int>, rowsShown);
     QFETCH(QStringList, wanted);
-    QTemporaryDir dir;
+    Session s;
     for (int i = 0; i < 6; ++i)
-        writeImage(dir.filePath(QString("%1.png").arg(i)), QSize(40, 30), Qt::gray);
-    ScriptedPrompts prompts;
-    MainWindow w;
-    QVERIFY(w.openDataset(dir.path()));
+        writeImage(s.path(QString("%1.png").arg(i)), QSize(40, 30), Qt::gray);
+    QVERIFY(s.w.openDataset(s.dir.path()));
     for (int row : rowsShown)
-        w.imageList->setCurrentRow(row);
+        s.w.imageList->setCurrentRow(row);
     QStringList names;
-    for (const QString& path : w.imageCache->wanted())
+    for (const QString& path : s.w.imageCache->wanted())
         names.append(QFileInfo(path).baseName());
     QCOMPARE(names, wanted);
 }
 
 void TestInstant::staleDecodeNeverShows()
 {
-    QTemporaryDir dir;
+    Session s;
     // Larger than the view, so that the full resolution of each comes from the worker.
-    writeImage(dir.filePath("a.jpg"), QSize(3000, 2000), Qt::red);
-    writeImage(dir.filePath("b.jpg"), QSize(3000, 2000), Qt::blue);
-    ScriptedPrompts prompts;
-    MainWindow w;
-    w.resize(800, 600);
-    QSignalSpy decoded(w.imageCache, &ImageCache::decoded);
-    QVERIFY(w.openDataset(dir.path()));
-    w.imageList->setCurrentRow(1); // before a's full resolution arrived
-    QTRY_VERIFY_WITH_TIMEOUT(w.canvas->hasFullResolution(), 10000);
-    w.imageCache->waitForRunning();
+    writeImage(s.path("a.jpg"), QSize(3000, 2000), Qt::red);
+    writeImage(s.path("b.jpg"), QSize(3000, 2000), Qt::blue);
+    s.w.resize(800, 600);
+    QSignalSpy decoded(s.w.imageCache, &ImageCache::decoded);
+    QVERIFY(s.w.openDataset(s.dir.path()));
+    s.w.imageList->setCurrentRow(1); // before a's full resolution arrived
+    QTRY_VERIFY_WITH_TIMEOUT(s.w.canvas->hasFullResolution(), 10000);
+    s.w.imageCache->waitForRunning();
     QCoreApplication::processEvents();
-    QCOMPARE(w.canvas->pixmap().size(), QSize(3000, 2000));
-    QVERIFY(near(shownColour(w.canvas), Qt::blue));
-    QCOMPARE(w.currentIndex, 1);
+    QCOMPARE(s.w.canvas->pixmap().size(), QSize(3000, 2000));
+    QVERIFY(near(shownColour(s.w.canvas), Qt::blue));
+    QCOMPARE(s.w.currentIndex, 1);
 }
 
 void TestInstant::fileChangedAfterDecodeAheadIsShownAnew()
 {
-    QTemporaryDir dir;
-    writeImage(dir.filePath("a.png"), QSize(64, 48), Qt::red);
-    writeImage(dir.filePath("b.png"), QSize(64, 48), Qt::green);
-    ScriptedPrompts prompts;
-    MainWindow w;
-    QVERIFY(w.openDataset(dir.path()));
-    const QString b = w.images[1].imagePath;
-    QTRY_VERIFY_WITH_TIMEOUT(w.imageCache->keptPaths().contains(b), 5000);
+    Session s;
+    writeImage(s.path("a.png"), QSize(64, 48), Qt::red);
+    writeImage(s.path("b.png"), QSize(64, 48), Qt::green);
+    QVERIFY(s.w.openDataset(s.dir.path()));
+    const QString b = s.w.images[1].imagePath;
+    QTRY_VERIFY_WITH_TIMEOUT(s.w.imageCache->keptPaths().contains(b), 5000);
 
     writeImage(b, QSize(48, 64), Qt::blue);
     QFile file(b);
     QVERIFY(file.open(QIODevice::ReadWrite));
     QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(5), QFileDevice::FileModificationTime));
     file.close();
-    w.imageList->setCurrentRow(1);
-    QCOMPARE(w.canvas->imageSize(), QSize(48, 64));
-    QCOMPARE(w.images[1].width, 48);
-    QVERIFY(near(shownColour(w.canvas), Qt::blue));
+    s.w.imageList->setCurrentRow(1);
+    QCOMPARE(s.w.canvas->imageSize(), QSize(48, 64));
+    QCOMPARE(s.w.images[1].width, 48);
+    QVERIFY(near(shownColour(s.w.canvas), Qt::blue));
 }
 
 void TestInstant::largePhotoShownReducedThenFullWithShapesInFullPixels()
 {
-    QTemporaryDir dir;
-    writeImage(dir.filePath("big.jpg"), QSize(4000, 3000), QColor(30, 160, 90));
-    ScriptedPrompts prompts;
-    MainWindow w;
-    w.resize(900, 700);
-    w.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&w));
-    QVERIFY(w.openDataset(dir.path()));
-    ImageCanvas* canvas = w.canvas;
+    Session s;
+    writeImage(s.path("big.jpg"), QSize(4000, 3000), QColor(30, 160, 90));
+    s.w.resize(900, 700);
+    s.w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
+    QVERIFY(s.w.openDataset(s.dir.path()));
+    ImageCanvas* canvas = s.w.canvas;
     QCOMPARE(canvas->imageSize(), QSize(4000, 3000));
-    QCOMPARE(w.images[0].width, 4000);
+    QCOMPARE(s.w.images[0].width, 4000);
     QVERIFY(canvas->pixmap().width() <= canvas->width() * canvas->devicePixelRatioF());
     const double scaleBefore = canvas->scale();
 
