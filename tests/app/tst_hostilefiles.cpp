@@ -18,7 +18,7 @@
 
 // The window against hostile files and failing disks: a failed write is never shown as
 // saved, nothing outside the dataset is touched, special files neither hang nor fill the
-// memory, other programs' versions are kept, broken files are told about and walked past.
+// memory, other programs' versions are kept, broken files are walked past.
 
 using namespace sessionfx;
 
@@ -327,32 +327,6 @@ private Q_SLOTS:
             QCOMPARE(s.w.currentIndex, shown);
         }
         QCOMPARE(s.prompts.callsOf("warning").size(), 2);
-    }
-
-    void partlyReadFileIsToldOnce_data()
-    {
-        QTest::addColumn<bool>("shapeBeforeError");
-        QTest::newRow("error after the first shape") << true;
-        QTest::newRow("error before any shape") << false;
-    }
-
-    // Before: a file read only in part looked complete.
-    void partlyReadFileIsToldOnce()
-    {
-        QFETCH(bool, shapeBeforeError);
-        Session s;
-        QByteArray bytes = makeDataset(s.dir, {"a.png", "b.png"});
-        bytes.replace(shapeBeforeError ? "</annotation>" : "<object>", "<object><name>R&D;");
-        QVERIFY(writeBytes(s.path("annotations/a.xml"), bytes));
-        const int line = bytes.left(bytes.indexOf("R&D")).count('\n') + 1;
-        QVERIFY(s.w.openDataset(s.dir.path()));
-        const QString told = QStringLiteral("a.xml has an XML error at line %1: only the %2 shape(s) before it were read")
-                                 .arg(line)
-                                 .arg(shapeBeforeError ? 1 : 0);
-        QVERIFY2(note(s.w).contains(told), qPrintable(note(s.w)));
-        s.w.imageList->setCurrentRow(1);
-        s.w.imageList->setCurrentRow(0);
-        QCOMPARE(note(s.w).count("a.xml has"), 1);
     }
 
     void damagedColourFileIsKept_data()
