@@ -88,8 +88,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("liveStatus");
         const QString drawn = "Drawing: (20, 10) to (89, 59)  |  Size: 70 x 50 px";
         QTest::newRow("bounding box") << 0 << ShapeType::BoundingBox << drawn;
-        QTest::newRow("line") << 2 << ShapeType::Line << drawn;
-        QTest::newRow("rotated box") << 4 << ShapeType::RotatedBox << drawn;
         // The second entry of an ellipse holds the semi-axes (35, 25).
         QTest::newRow("ellipse") << 6 << ShapeType::Ellipse << "Drawing: (35, 25) to (54, 34)  |  Size: 20 x 10 px";
     }

@@ -8,6 +8,7 @@
 #include "canvas/imagecanvas.h"
 #include "labels/annotationspanel.h"
 #include "model/vocxml.h"
+#include "support/apppixels.h"
 #include "support/sessionfixture.h"
 
 // The image list's remove mark: where it sits, how it looks and answers the mouse, and what
@@ -30,11 +31,6 @@ QPoint mark(ImageListWidget* list, int row)
     return list->delegate->xButtonRect(list->visualRect(list->model()->index(row, 0))).center();
 }
 
-bool near(QColor a, QColor b, int tolerance)
-{
-    return qAbs(a.red() - b.red()) <= tolerance && qAbs(a.green() - b.green()) <= tolerance
-           && qAbs(a.blue() - b.blue()) <= tolerance;
-}
 
 } // namespace
 

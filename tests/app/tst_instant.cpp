@@ -10,6 +10,7 @@
 #include "app/mainwindow.h"
 #include "canvas/imagecanvas.h"
 #include "model/imagecache.h"
+#include "support/apppixels.h"
 #include "support/sessionfixture.h"
 
 using namespace sessionfx;
@@ -30,11 +31,6 @@ QColor shownColour(const ImageCanvas* canvas)
     return image.pixelColor(image.width() / 2, image.height() / 2);
 }
 
-bool near(const QColor& a, const QColor& b)
-{
-    return qAbs(a.red() - b.red()) < 10 && qAbs(a.green() - b.green()) < 10
-        && qAbs(a.blue() - b.blue()) < 10;
-}
 
 } // namespace
 
@@ -81,7 +77,7 @@ private Q_SLOTS:
         s.w.imageCache->waitForRunning();
         QCoreApplication::processEvents();
         QCOMPARE(s.w.canvas->pixmap().size(), QSize(3000, 2000));
-        QVERIFY(near(shownColour(s.w.canvas), Qt::blue));
+        QVERIFY(near(shownColour(s.w.canvas), Qt::blue, 9));
         QCOMPARE(s.w.currentIndex, 1);
     }
 
@@ -102,7 +98,7 @@ private Q_SLOTS:
         s.w.imageList->setCurrentRow(1);
         QCOMPARE(s.w.canvas->imageSize(), QSize(48, 64));
         QCOMPARE(s.w.images[1].width, 48);
-        QVERIFY(near(shownColour(s.w.canvas), Qt::blue));
+        QVERIFY(near(shownColour(s.w.canvas), Qt::blue, 9));
     }
 
     void largePhotoShownReducedThenFullWithShapesInFullPixels()
@@ -140,7 +136,7 @@ private Q_SLOTS:
         QCOMPARE(canvas->scale(), scaleBefore); // no jump
         QCOMPARE(canvas->offset(), offsetBefore);
         QCOMPARE(canvas->boxes().size(), 1);
-        QVERIFY(near(shownColour(canvas), QColor(30, 160, 90)));
+        QVERIFY(near(shownColour(canvas), QColor(30, 160, 90), 9));
     }
 };
 

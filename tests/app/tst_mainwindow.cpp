@@ -8,6 +8,7 @@
 
 #include "app/theme.h"
 #include "canvas/imagecanvas.h"
+#include "support/apppixels.h"
 #include "support/sessionfixture.h"
 
 // The window as it first shows: toolbar, menus, tool tips, the lock, the help windows,
@@ -40,10 +41,6 @@ QString describe(QToolBar* toolbar, QAction* action)
     return '[' + parts.join(',') + ']';
 }
 
-bool closeTo(const QColor& a, const QColor& b)
-{
-    return qAbs(a.red() - b.red()) <= 3 && qAbs(a.green() - b.green()) <= 3 && qAbs(a.blue() - b.blue()) <= 3;
-}
 
 // Colour of the most opaque pixel of the lock icon.
 QColor lockInk(QToolButton* lock)
@@ -173,7 +170,7 @@ private Q_SLOTS:
             int ink = 0;
             for (int y = row.top(); y <= row.bottom(); ++y)
                 for (int x = row.left(); x < row.left() + 8 + menu->fontMetrics().horizontalAdvance(a->text()); ++x)
-                    ink += closeTo(shot.pixelColor(x, y), QColor(0xaa, 0xaa, 0xaa));
+                    ink += near(shot.pixelColor(x, y), QColor(0xaa, 0xaa, 0xaa), 3);
             QVERIFY2(ink >= 5, qPrintable(a->text()));
         }
         menu->close();
@@ -211,13 +208,13 @@ private Q_SLOTS:
         Session s;
         QVERIFY(s.show(QSize(1280, 800)));
         QToolButton* lock = s.w.autoZoomButton;
-        QVERIFY(closeTo(lockInk(lock), QColor(0xaa, 0xaa, 0xaa)));
+        QVERIFY(near(lockInk(lock), QColor(0xaa, 0xaa, 0xaa), 3));
         QTest::mouseClick(lock, Qt::LeftButton);
         QVERIFY(s.w.autoZoom);
-        QVERIFY(closeTo(lockInk(lock), QColor(0xff, 0x44, 0x44)));
+        QVERIFY(near(lockInk(lock), QColor(0xff, 0x44, 0x44), 3));
         QTest::mouseClick(lock, Qt::LeftButton);
         QVERIFY(!s.w.autoZoom);
-        QVERIFY(closeTo(lockInk(lock), QColor(0xaa, 0xaa, 0xaa)));
+        QVERIFY(near(lockInk(lock), QColor(0xaa, 0xaa, 0xaa), 3));
     }
 
     void toolbarButtons_data()

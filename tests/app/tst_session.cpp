@@ -63,16 +63,13 @@ private Q_SLOTS:
         const QString images = s.path("imgs");
         QVERIFY(QDir().mkpath(images) && makeImageFile(images + "/one.png") && makeImageFile(images + "/two.png"));
         s.prompts.directoryAnswers << images;
-        QString shown;
         s.prompts.dialogHandler = [&](QDialog* dialog) {
             dialog->findChild<QPushButton*>("browseImagesButton")->click();
-            shown = dialog->findChild<QLineEdit*>("annotationsEdit")->text();
             dialog->findChild<QPushButton*>("okButton")->click();
             return dialog->result();
         };
         QVERIFY(s.call("onLoadData"));
         QCOMPARE(s.prompts.callsOf("dialog").value(0).title, QStringLiteral("Load Data"));
-        QCOMPARE(shown, images + "/annotations");
         QVERIFY(QFileInfo(images + "/annotations").isDir());
         QCOMPARE(s.w.annotationsFolder, images + "/annotations");
         QCOMPARE(rowTexts(s.w), (QStringList{"one.png", "two.png"}));
