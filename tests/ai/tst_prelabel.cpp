@@ -1,5 +1,4 @@
 #include <QAction>
-#include <QCheckBox>
 #include <QComboBox>
 #include <QDirIterator>
 #include <QProcessEnvironment>
@@ -189,8 +188,6 @@ private Q_SLOTS:
     void run();
     void review_data();
     void review();
-    void exportsIgnoreProposals_data();
-    void exportsIgnoreProposals();
 };
 
 // The helper alone, every row's run started at once: shapes per task, then its errors.
@@ -475,66 +472,6 @@ void TestPrelabel::review()
     QCOMPARE(w.imageList->delegate->rowMarked(0), !proposals.isEmpty());
     QVERIFY(!w.imageList->delegate->rowMarked(1));
     QVERIFY(w.imageList->delegate->rowMarked(2));
-}
-
-void TestPrelabel::exportsIgnoreProposals_data()
-{
-    QTest::addColumn<QString>("action");
-    for (const char* action : {"exportYoloAction", "exportCocoAction", "exportDotaAction", "exportCsvAction",
-                               "exportObjectNamesAction", "exportSplitAction", "bboxesToKeyPointsAction",
-                               "exportCollageAction", "renameLabelAction"})
-        QTest::newRow(action) << action;
-}
-
-// A command run with open proposals on every image writes the same bytes as without them,
-// and leaves the proposals as they were.
-void TestPrelabel::exportsIgnoreProposals()
-{
-    QFETCH(QString, action);
-    Dataset data({"a:", "b:"});
-    ImageAnnotations a = image(data.images + "/a.png", 160, 120, {box("object", 1, 1, 5, 5)});
-    a.xmlPath = data.annotations + "/a.xml";
-    QVERIFY(VocXml::save(a, "images"));
-    const QString sidecars = data.annotations + "/.proposals";
-    QList<QMap<QString, QByteArray>> written;
-    for (bool withProposals : {true, false}) {
-        QDir(sidecars).removeRecursively();
-        QDir(data.images + "/key_points").removeRecursively();
-        VocXml::save(a, "images");
-        writeFile(data.annotations + "/label_colors.json",
-                  R"([{"name": "object", "color": "#00dcdc"}, {"name": "car", "color": "#ff6464"}])");
-        if (withProposals) {
-            data.writeProposals("a", {proposal("car", 0.8, 60)});
-            data.writeProposals("b", {proposal("car", 0.8, 60)});
-        }
-        const QMap<QString, QByteArray> proposals = contents(sidecars), before = contents(data.images);
-        ScriptedPrompts prompts;
-        const QString out = data.path(withProposals ? "with" : "without");
-        QDir().mkpath(out);
-        prompts.directoryAnswers << out;
-        prompts.saveFileAnswers << out + "/out.png";
-        prompts.questionAnswers << QMessageBox::Yes;
-        prompts.dialogHandler = [](QDialog* d) { // defaults, except: the collage in order, car renamed
-            if (auto* random = d->findChild<QCheckBox*>("collageRandomCheck"))
-                random->setChecked(false);
-            if (auto* label = d->findChild<QComboBox*>("renameLabelCombo")) {
-                label->setCurrentText("car");
-                d->findChild<QLineEdit*>("newLabelNameEdit")->setText("vehicle");
-            }
-            return int(QDialog::Accepted);
-        };
-        MainWindow w;
-        QVERIFY(w.openDataset(data.images));
-        QTRY_VERIFY(w.scanIndex >= w.images.size());
-        QCOMPARE(w.canvas->proposals().size(), withProposals ? 1 : 0);
-        w.findChild<QAction*>(action)->trigger();
-        w.proposalReview->store().flush();
-        QCOMPARE(contents(sidecars), proposals);
-        written << contents(out);
-        written.last().insert(contents(data.images)); // the annotations, the converted ones
-        QVERIFY(written.last() != before); // the command did its work
-    }
-    QCOMPARE(written[0], written[1]);
 }
 
 QTEST_MAIN(TestPrelabel)
