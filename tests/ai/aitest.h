@@ -13,24 +13,15 @@
 #include <QTest>
 #include <QTextBlock>
 #include <QTextEdit>
+#include <QLineEdit>
+
+#include "support/corefiles.h"
 
 namespace AiTest {
 
 inline QString scriptPath(const QString& name)
 {
     return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
-}
-
-inline void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
-}
-
-inline QString readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
 }
 
 // Next to the executable: the shipped script, or `text` in its place.
@@ -92,6 +83,14 @@ inline void makeVideo(const QString& video)
                                 "-vf", "drawbox=10:20:40:30:red:fill:enable='lt(n,4)',drawbox=80:60:60:40:blue:fill:"
                                 "enable='between(n,2,6)'", "-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p", video});
     QVERIFY(p.waitForFinished(30000) && p.exitCode() == 0);
+}
+
+// The model, video and output fields of an AI run dialog.
+inline void fill(QWidget* dialog, const QString& model, const QString& video, const QString& output)
+{
+    dialog->findChild<QLineEdit*>("modelEdit")->setText(model);
+    dialog->findChild<QLineEdit*>("videoEdit")->setText(video);
+    dialog->findChild<QLineEdit*>("outputEdit")->setText(output);
 }
 
 inline QPushButton* button(QWidget* dialog, const char* name)

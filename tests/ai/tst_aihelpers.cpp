@@ -58,12 +58,6 @@ class TestAiHelpers : public QObject {
     QMap<QString, QProcess*> m_helpers;     // by row
     QMap<QString, QWidget*> m_dialogs;      // by row
     QString path(const QString& name) const { return m_box->path(name); }
-    void fill(QWidget* dialog, const QString& output) const
-    {
-        dialog->findChild<QLineEdit*>("modelEdit")->setText(path("m.pt"));
-        dialog->findChild<QLineEdit*>("videoEdit")->setText(path("v.avi"));
-        dialog->findChild<QLineEdit*>("outputEdit")->setText(path(output));
-    }
 private Q_SLOTS:
     void initTestCase()
     {
@@ -145,7 +139,7 @@ void TestAiHelpers::frameExtraction_data()
         QTest::newRow(tag) << e << output;
         auto* dialog = new VideoInferenceDialog({"person", "car"});
         dialog->show();
-        fill(dialog, output);
+        fill(dialog, path("m.pt"), path("v.avi"), path(output));
         for (QListWidgetItem* item : dialog->findChild<QListWidget*>()->findItems(e.checked, Qt::MatchExactly))
             item->setCheckState(Qt::Checked);
         dialog->findChild<QSlider*>()->setValue(e.conf);
@@ -183,7 +177,7 @@ void TestAiHelpers::frameExtraction()
         ann.xmlPath = folder + "/annotations/" + frameName(n, ".xml");
         QVERIFY(VocXml::load(ann));
         QCOMPARE(ann.boxes, (n <= 4 ? person : QList<BoxAnnotation>{}) + (n >= 3 && n <= 7 ? car : QList<BoxAnnotation>{}));
-        QCOMPARE(readFile(ann.xmlPath).toUtf8(), VocXml::toXml(ann, "images")); // our own layout, byte for byte
+        QCOMPARE(readAll(ann.xmlPath), VocXml::toXml(ann, "images")); // our own layout, byte for byte
     }
     const QStringList log = logLines(dialog, false), saved = log.filter(QRegularExpression("^SAVED Frame"));
     QCOMPARE(saved.size(), row.frames.size());
@@ -200,7 +194,7 @@ void TestAiHelpers::frameExtraction()
 void TestAiHelpers::annotateVideo()
 {
     YoloAnnotateDialog dialog;
-    fill(&dialog, "annotated");
+    fill(&dialog, path("m.pt"), path("v.avi"), path("annotated"));
     QDir().mkpath(path("annotated"));
     for (const char* earlier : {"annotated/v_annotated.mp4", "annotated/v_annotated_2.mp4"})
         writeFile(path(earlier), "earlier");
@@ -217,7 +211,7 @@ void TestAiHelpers::annotateVideo()
     QVERIFY(log.contains("Frame 9 / 9|#555555"));
     QCOMPARE(log.last(), "✓ Done: " + video + "|#50d898");
     QCOMPARE(dialog.findChild<QLabel*>("statusLabel")->text(), "Done — output saved to:\n" + video);
-    QCOMPARE(readFile(path("annotated/v_annotated.mp4")) + readFile(path("annotated/v_annotated_2.mp4")), "earlierearlier");
+    QCOMPARE(readAll(path("annotated/v_annotated.mp4")) + readAll(path("annotated/v_annotated_2.mp4")), "earlierearlier");
     QCOMPARE(QDir(path("annotated")).entryList(QDir::Files | QDir::Hidden).size(), 3); // no temporary left
 }
 
@@ -259,7 +253,7 @@ void TestAiHelpers::installer()
     QCOMPARE(installer.exitCode(), row.exitCode);
     const QString last = QString::fromUtf8(installer.readAllStandardOutput()).trimmed().section('\n', -1);
     QVERIFY2(last.startsWith(row.lastLine.replace("$E", venv)), qPrintable(last));
-    const QString recorded = readFile(box.path("calls"));
+    const QString recorded = readAll(box.path("calls"));
     qsizetype at = 0;
     for (const QString& call : row.calls.replaceInStrings("$E", venv)) {
         at = recorded.indexOf(call, at);

@@ -146,7 +146,7 @@ struct Dataset : Sandbox {
         QStringList out;
         for (const QFileInfo& f : QDir(annotations + "/.proposals").entryInfoList({"*.json"}, QDir::Files, QDir::Name)) {
             QList<Proposal> list;
-            Proposals::fromJson(readFile(f.filePath()).toUtf8(), &list);
+            Proposals::fromJson(readAll(f.filePath()), &list);
             QStringList labels;
             for (const Proposal& p : list)
                 labels << p.shape.label;
@@ -167,12 +167,20 @@ QMap<QString, QByteArray> contents(const QString& folder)
     QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString f = it.next();
-        out.insert(QDir(folder).relativeFilePath(f), readFile(f).toUtf8());
+        out.insert(QDir(folder).relativeFilePath(f), readAll(f));
     }
     return out;
 }
 
+struct RunRow {
+    QString which;
+    QStringList mapping, sidecars, labels; // mapping: class=label; sidecars: image: labels
+    QString lastLog, deleted;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(RunRow)
 
 class TestPrelabel : public QObject {
     Q_OBJECT
@@ -310,32 +318,20 @@ void TestPrelabel::mappingDefaults()
 // failing), and the current image alone under a new label.
 void TestPrelabel::run_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<QStringList>("mapping"); // class=label
-    QTest::addColumn<QStringList>("sidecars");
-    QTest::addColumn<QStringList>("labels");
-    QTest::addColumn<QString>("lastLog");
-    QTest::addColumn<QString>("deleted");
-    QTest::newRow("unlabelled, by name") << "unlabelledRadio" << QStringList{} << QStringList{"b: car"}
-                                         << QStringList{"object", "car"} << "Process exited with code 1." << "";
-    QTest::newRow("all, person as car: c's repeat left out, b deleted") << "allRadio" << QStringList{"person=car"}
-        << QStringList{"a: car"} << QStringList{"object", "car"} << "Process exited with code 1." << "b";
-    QTest::newRow("current, new label") << "currentRadio" << QStringList{"person=human"} << QStringList{"a: human"}
-        << QStringList{"object", "car", "human"} << "Done — 1 proposals on 1 images. Review them on the canvas: "
-                                                   "Enter accepts, Delete rejects, N goes to the next image with proposals."
-        << "";
+    QTest::addColumn<RunRow>("row");
+    QTest::newRow("unlabelled, by name") << RunRow{"unlabelledRadio", {}, {"b: car"}, {"object", "car"}, "Process exited with code 1.", ""};
+    QTest::newRow("all, person as car: c's repeat left out, b deleted") << RunRow{"allRadio", {"person=car"}, {"a: car"},
+        {"object", "car"}, "Process exited with code 1.", "b"};
+    QTest::newRow("current, new label") << RunRow{"currentRadio", {"person=human"}, {"a: human"}, {"object", "car", "human"},
+        "Done — 1 proposals on 1 images. Review them on the canvas: Enter accepts, Delete rejects, N goes to the next "
+        "image with proposals.", ""};
 }
 
 void TestPrelabel::run()
 {
-    QFETCH(QString, which);
-    QFETCH(QStringList, mapping);
-    QFETCH(QStringList, sidecars);
-    QFETCH(QStringList, labels);
-    QFETCH(QString, lastLog);
-    QFETCH(QString, deleted);
+    QFETCH(RunRow, row);
     Dataset data({"a:r", "b:q", "c:r", "d:rg"});
-    if (!deleted.isEmpty())
+    if (!row.deleted.isEmpty())
         writeFile(data.path("m.pt"), modelJson("detect", R"(, "delay": 0.3)"));
     ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
     c.xmlPath = data.annotations + "/c.xml";
@@ -352,21 +348,21 @@ void TestPrelabel::run()
         dialog->show();
         auto* edit = dialog->findChild<QLineEdit*>("modelEdit");
         edit->setText(data.path("m.pt"));
-        if (!mapping.isEmpty()) {
+        if (!row.mapping.isEmpty()) {
             QTest::keyClick(edit, Qt::Key_Return); // lists the classes
             waitIdle(dialog);
         }
         auto* table = dialog->findChild<QTableWidget*>();
-        for (const QString& m : mapping)
-            for (int row = 0; row < table->rowCount(); ++row)
-                if (table->item(row, 0)->text() == m.section('=', 0, 0))
-                    static_cast<QComboBox*>(table->cellWidget(row, 1))->setCurrentText(m.section('=', 1));
+        for (const QString& m : row.mapping)
+            for (int r = 0; r < table->rowCount(); ++r)
+                if (table->item(r, 0)->text() == m.section('=', 0, 0))
+                    static_cast<QComboBox*>(table->cellWidget(r, 1))->setCurrentText(m.section('=', 1));
         unlabelled = dialog->findChild<QRadioButton*>("unlabelledRadio")->text();
-        dialog->findChild<QRadioButton*>(which)->setChecked(true);
+        dialog->findChild<QRadioButton*>(row.which)->setChecked(true);
         button(dialog, "runButton")->click();
-        if (!deleted.isEmpty()) { // once the helper is reading, before the model answers
+        if (!row.deleted.isEmpty()) { // once the helper is reading, before the model answers
             (void)QTest::qWaitFor([&] { return logLines(dialog, false).join(' ').contains("Model: m.pt"); });
-            QFile::remove(data.images + '/' + deleted + ".png");
+            QFile::remove(data.images + '/' + row.deleted + ".png");
         }
         waitIdle(dialog);
         log = logLines(dialog, false);
@@ -375,25 +371,25 @@ void TestPrelabel::run()
     w.findChild<QAction*>("prelabelAction")->trigger();
     w.proposalReview->store().flush();
 
-    QCOMPARE(data.sidecars(), sidecars);
+    QCOMPARE(data.sidecars(), row.sidecars);
     QCOMPARE(unlabelled, "Unlabelled images only (3)");
-    const int chosen = which == "allRadio" ? 4 : which == "currentRadio" ? 1 : 3;
+    const int chosen = row.which == "allRadio" ? 4 : row.which == "currentRadio" ? 1 : 3;
     QVERIFY(log.contains(QString("Starting pre-labelling of %1 image(s)...").arg(chosen)));
-    if (!deleted.isEmpty()) { // read before or after it went: either way it is left out
-        before.remove(deleted + ".png");
+    if (!row.deleted.isEmpty()) { // read before or after it went: either way it is left out
+        before.remove(row.deleted + ".png");
         QVERIFY(log.contains("b.png: not in the dataset any more, skipped")
                 || log.contains("ERROR: Cannot read image: " + data.images + "/b.png"));
     }
     QMap<QString, QByteArray> after = contents(data.images);
     after.remove("annotations/label_colors.json");
     QCOMPARE(after, before); // no annotation file written or changed
-    QCOMPARE(labelNames(w.labels), labels);
-    QCOMPARE(log.last(), lastLog);
+    QCOMPARE(labelNames(w.labels), row.labels);
+    QCOMPARE(log.last(), row.lastLog);
     QCOMPARE(log.contains(QString("ERROR: Inference failed on %1/d.png (RuntimeError: CUDA error: an illegal memory "
-                                  "access was encountered)").arg(data.images)), lastLog == "Process exited with code 1.");
-    for (int row = 0; row < 4; ++row)
-        QCOMPARE(w.imageList->delegate->rowMarked(row), sidecars.join(' ').contains(QString("abcd")[row] + QString(":")));
-    QCOMPARE(w.canvas->proposals().size(), sidecars.join(' ').startsWith("a:") ? 1 : 0);
+                                  "access was encountered)").arg(data.images)), row.lastLog == "Process exited with code 1.");
+    for (int i = 0; i < 4; ++i)
+        QCOMPARE(w.imageList->delegate->rowMarked(i), row.sidecars.join(' ').contains(QString("abcd")[i] + QString(":")));
+    QCOMPARE(w.canvas->proposals().size(), row.sidecars.join(' ').startsWith("a:") ? 1 : 0);
     QVERIFY(w.images[0].boxes.isEmpty()); // proposals are not shapes
 }
 
