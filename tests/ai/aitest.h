@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -32,6 +33,18 @@ inline void placeScript(const QString& name, const QByteArray& text = {})
         QVERIFY(QFile::copy(QStringLiteral(AI_SCRIPTS_DIR "/") + name, scriptPath(name)));
     else
         writeFile(scriptPath(name), text);
+}
+
+// A shipped script run by Debian's Python in `dir`, with the fake ultralytics or none.
+inline QProcess* startScript(const QString& script, const QStringList& args, bool withPackage, const QString& dir = {})
+{
+    auto* helper = new QProcess;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("PYTHONPATH", withPackage ? AI_TEST_DIR "/fake_ultralytics" : "");
+    helper->setProcessEnvironment(env);
+    helper->setWorkingDirectory(dir);
+    helper->start("/usr/bin/python3", QStringList{QStringLiteral(AI_SCRIPTS_DIR "/") + script} + args);
+    return helper;
 }
 
 // A scratch folder; while it lives PATH holds only its bin/, TMPDIR is its tmp/, the fake

@@ -2,8 +2,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QProcessEnvironment>
-#include <QProgressBar>
 #include <QRegularExpression>
 #include <QSlider>
 #include <QSpinBox>
@@ -94,17 +92,11 @@ void TestAiHelpers::scriptErrors_data()
     const auto row = [this](const QString& script, const QString& fault, int code, const QString& error) {
         const QString tag = script + ' ' + fault;
         QTest::newRow(qPrintable(tag)) << fault << code << error;
-        QStringList args{AI_SCRIPTS_DIR "/" + script, "--model", path(fault.contains(".pt") || fault == "text.avi" ? fault : "m.pt"),
+        QStringList args{"--model", path(fault.contains(".pt") || fault == "text.avi" ? fault : "m.pt"),
                          "--video", path(fault == "video" ? "m.pt" : "text.avi"), "--output", path("out-" + fault)};
         if (fault == "option")
             args << "--conf" << "x";
-        auto* helper = new QProcess;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        if (fault == "package")
-            env.insert("PYTHONPATH", "");
-        helper->setProcessEnvironment(env);
-        helper->start("/usr/bin/python3", args);
-        m_helpers.insert(tag, helper);
+        m_helpers.insert(tag, startScript(script, args, fault != "package"));
     };
     for (const char* s : {"yolo_inference.py", "yolo_annotate_video.py"}) {
         row(s, "package", 3, "ERROR:Missing Python package: ultralytics. Click "
@@ -186,8 +178,6 @@ void TestAiHelpers::frameExtraction()
     QCOMPARE(log.last(), QStringLiteral("Done — %1 frames saved.").arg(row.frames.size()));
     QCOMPARE(dialog->findChild<QLabel*>("statusLabel")->text(),
              QStringLiteral("Done — %1 frames saved to: %2").arg(row.frames.size()).arg(folder));
-    QCOMPARE(dialog->findChild<QProgressBar*>()->value(), 100);
-    QTRY_VERIFY(!dialog->findChild<QLabel*>("previewLabel")->pixmap().isNull());
 }
 
 // Every frame drawn into a new video, whose name never overwrites an earlier one.
@@ -210,7 +200,6 @@ void TestAiHelpers::annotateVideo()
     QCOMPARE(log.filter("|#555555").size(), 9);
     QVERIFY(log.contains("Frame 9 / 9|#555555"));
     QCOMPARE(log.last(), "✓ Done: " + video + "|#50d898");
-    QCOMPARE(dialog.findChild<QLabel*>("statusLabel")->text(), "Done — output saved to:\n" + video);
     QCOMPARE(readAll(path("annotated/v_annotated.mp4")) + readAll(path("annotated/v_annotated_2.mp4")), "earlierearlier");
     QCOMPARE(QDir(path("annotated")).entryList(QDir::Files | QDir::Hidden).size(), 3); // no temporary left
 }

@@ -1,7 +1,6 @@
 #include <QAction>
 #include <QComboBox>
 #include <QDirIterator>
-#include <QProcessEnvironment>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -112,14 +111,8 @@ QProcess* startHelper(const QString& dir, const QByteArray& modelText, const QSt
     }
     writeFile(dir + "/list.txt", list.join('\n').toUtf8());
     writeFile(dir + "/m.pt", modelText);
-    auto* helper = new QProcess;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("PYTHONPATH", withPackage ? AI_TEST_DIR "/fake_ultralytics" : "");
-    helper->setProcessEnvironment(env);
-    helper->setWorkingDirectory(dir);
-    helper->start("/usr/bin/python3", QStringList{AI_SCRIPTS_DIR "/yolo_prelabel.py", "--model", dir + "/m.pt",
-                                                  "--list", dir + "/list.txt"} + extra);
-    return helper;
+    return startScript("yolo_prelabel.py", QStringList{"--model", dir + "/m.pt", "--list", dir + "/list.txt"} + extra,
+                       withPackage, dir);
 }
 
 // A dataset folder of images named by their content, an interpreter and the script in
