@@ -29,8 +29,8 @@ class TestCoco : public QObject {
 private Q_SLOTS:
     void exportAnnotation_data()
     {
-        QTest::addColumn<BoxAnnotation>("annotation");
-        QTest::addColumn<QByteArray>("expected"); // area, bbox and category_id in a 640 x 480 image
+        // expected: area, bbox and category_id in a 640 x 480 image
+        columns<BoxAnnotation, QByteArray>("annotation", "expected");
         const double inf = std::numeric_limits<double>::infinity();
         QTest::newRow("box") << box("car", 100, 50, 300, 250) << QByteArray("40401 [100,50,201,201] 1");
         QTest::newRow("corners reversed") << box("car", 300, 250, 100, 50) << QByteArray("40401 [100,50,201,201] 1");
@@ -56,8 +56,7 @@ private Q_SLOTS:
 
     void exportAnnotation()
     {
-        QFETCH(BoxAnnotation, annotation);
-        QFETCH(QByteArray, expected);
+        auto [annotation, expected] = row<BoxAnnotation, QByteArray>("annotation", "expected");
         const QString path = m_dir.filePath("one.json");
         const ExportImportResult r = ExportImport::exportCoco({image("/data/img.jpg", 640, 480, {annotation})},
                                                               labelList({"car", "person", "tree", "dup", "dup"}), path);
@@ -72,8 +71,8 @@ private Q_SLOTS:
 
     void exportDocument_data()
     {
-        QTest::addColumn<Images>("images");
-        QTest::addColumn<QByteArray>("expected"); // compact
+        // expected: compact
+        columns<Images, QByteArray>("images", "expected");
         const QByteArray info = R"("info":{"description":"Quillmark","version":"1.0"})";
         const QByteArray categories = R"("categories":[{"id":1,"name":"x","supercategory":"none"},)"
                                       R"({"id":2,"name":"y","supercategory":"none"}])";
@@ -90,8 +89,7 @@ private Q_SLOTS:
 
     void exportDocument()
     {
-        QFETCH(Images, images);
-        QFETCH(QByteArray, expected);
+        auto [images, expected] = row<Images, QByteArray>("images", "expected");
         const QString path = m_dir.filePath("layout.json");
         QVERIFY(writeFile(path, QByteArray(100000, 'x'))); // replaced whole
         const ExportImportResult r = ExportImport::exportCoco(images, labelList({"x", "y"}), path);
@@ -170,9 +168,7 @@ private Q_SLOTS:
 
     void import_data()
     {
-        QTest::addColumn<QByteArray>("json");
-        QTest::addColumn<QStringList>("added");
-        QTest::addColumn<QStringList>("labels");
+        columns<QByteArray, QStringList, QStringList>("json", "added", "labels");
         // Session: 0 = /s/img.png 640x480, 1 = /s/other.jpg 100x50 (holds box "old"),
         // 2 = /a/dup.png 10x10, 3 = /b/dup.jpg 20x20, 4 = /s/v.1.png 10x10. Labels start as [object, car].
         const QStringList start{"object", "car"};
@@ -240,9 +236,7 @@ private Q_SLOTS:
 
     void import()
     {
-        QFETCH(QByteArray, json);
-        QFETCH(QStringList, added);
-        QFETCH(QStringList, labels);
+        auto [json, added, labels] = row<QByteArray, QStringList, QStringList>("json", "added", "labels");
         Images images{image("/s/img.png", 640, 480), image("/s/other.jpg", 100, 50, {box("old", 1, 1, 2, 2)}),
                       image("/a/dup.png", 10, 10), image("/b/dup.jpg", 20, 20), image("/s/v.1.png", 10, 10)};
         QList<LabelDef> session = labelList({"object", "car"});

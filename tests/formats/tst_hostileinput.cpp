@@ -10,6 +10,7 @@
 #include "model/atomicbatch.h"
 #include "model/labelcolorfile.h"
 #include "model/vocxml.h"
+#include "support/coretable.h"
 #include "support/fulldisk.h"
 #include "support/records.h"
 
@@ -40,8 +41,8 @@ class TestHostileInput : public QObject {
 private Q_SLOTS:
     void failedWriteKeepsOldFile_data()
     {
-        QTest::addColumn<QString>("writer");
-        QTest::addColumn<QString>("target"); // relative to the output folder
+        // target: relative to the output folder
+        columns<QString, QString>("writer", "target");
         for (const char* writer : {"annotation file", "batch", "COCO", "CSV", "class names", "collage"})
             QTest::newRow(writer) << writer << "out.file";
         QTest::newRow("YOLO") << "YOLO" << "classes.txt";
@@ -52,8 +53,7 @@ private Q_SLOTS:
     // Before: the file was cut to what fitted and the write reported success.
     void failedWriteKeepsOldFile()
     {
-        QFETCH(QString, writer);
-        QFETCH(QString, target);
+        auto [writer, target] = row<QString, QString>("writer", "target");
         QTemporaryDir dir;
         const QString path = dir.filePath(target);
         QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
@@ -101,8 +101,7 @@ private Q_SLOTS:
 
     void namesAreOneLine_data()
     {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<QByteArray>("bytes");
+        columns<QString, QByteArray>("source", "bytes");
         QTest::newRow("annotation file") << "xml" << QByteArray("<annotation><object><name>a&#10;b</name>"
                                                                 "<bndbox><xmin>1</xmin></bndbox></object></annotation>");
         QTest::newRow("label colour file") << "colours" << QByteArray("[{\"name\": \"a\\nb\", \"color\": \"#ff0000\"}]");
@@ -115,8 +114,7 @@ private Q_SLOTS:
     // Before: a line break in a name split classes.txt and shifted every class after it.
     void namesAreOneLine()
     {
-        QFETCH(QString, source);
-        QFETCH(QByteArray, bytes);
+        auto [source, bytes] = row<QString, QByteArray>("source", "bytes");
         QTemporaryDir dir;
         const QString file = dir.filePath(source == "yolo" ? "classes.txt" : "input");
         QVERIFY(writeAll(file, bytes));
@@ -146,8 +144,7 @@ private Q_SLOTS:
 
     void dataYamlNames_data()
     {
-        QTest::addColumn<QStringList>("names");
-        QTest::addColumn<QString>("written");
+        columns<QStringList, QString>("names", "written");
         QTest::newRow("names YAML would misread")
             << QStringList{"no", "On", "null", "#1", "sign: stop", " lead", "trail ", "3d", "say \"hi\\"}
             << QStringLiteral("  - \"no\"\n  - \"On\"\n  - \"null\"\n  - \"#1\"\n  - \"sign: stop\"\n"
@@ -159,8 +156,7 @@ private Q_SLOTS:
     // Before: a name such as "download: ..." became a key of its own, one the trainer runs.
     void dataYamlNames()
     {
-        QFETCH(QStringList, names);
-        QFETCH(QString, written);
+        auto [names, written] = row<QStringList, QString>("names", "written");
         QTemporaryDir dir;
         QVERIFY(ExportImport::exportYoloPose({}, {}, names, dir.path()).ok);
         const QString yaml = dir.filePath("data.yaml");

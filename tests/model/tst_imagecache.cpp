@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "model/imagecache.h"
+#include "support/coretable.h"
 #include "model/imagefolder.h"
 
 namespace {
@@ -49,11 +50,9 @@ private Q_SLOTS:
 
 void TestImageCache::decodedForView_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<bool>("full");
-    QTest::addColumn<QSize>("fullShown");    // 0 x 0 when only a reduced image comes
-    QTest::addColumn<QSize>("reducedShown"); // 0 x 0 when no reduced image comes
+    // fullShown: 0 x 0 when only a reduced image comes
+    // reducedShown: 0 x 0 when no reduced image comes
+    columns<QString, QSize, bool, QSize, QSize>("file", "size", "full", "fullShown", "reducedShown");
     // A JPEG larger than the view comes reduced while decoding; a PNG cannot be reduced
     // by its decoder and comes whole, with a reduced copy.
     QTest::newRow("jpeg larger, for showing") << "a.jpg" << QSize(800, 400) << false << QSize(0, 0) << QSize(200, 100);
@@ -64,11 +63,7 @@ void TestImageCache::decodedForView_data()
 
 void TestImageCache::decodedForView()
 {
-    QFETCH(QString, file);
-    QFETCH(QSize, size);
-    QFETCH(bool, full);
-    QFETCH(QSize, fullShown);
-    QFETCH(QSize, reducedShown);
+    auto [file, size, full, fullShown, reducedShown] = row<QString, QSize, bool, QSize, QSize>("file", "size", "full", "fullShown", "reducedShown");
     QTemporaryDir dir;
     const QString path = writeImage(dir.filePath(file), size, QColor(200, 40, 40));
     const DecodedImage image = ImageDecode::decode(path, QSize(200, 200), full);
@@ -82,9 +77,8 @@ void TestImageCache::decodedForView()
 
 void TestImageCache::decodesInOrderWantedAndDropsTheUnwanted_data()
 {
-    QTest::addColumn<QStringList>("first");
-    QTest::addColumn<QStringList>("then"); // wanted right after, before any decode ended
-    QTest::addColumn<QStringList>("decoded");
+    // then: wanted right after, before any decode ended
+    columns<QStringList, QStringList, QStringList>("first", "then", "decoded");
     // c is shown: the next one (d) comes first, then c, then the others in order.
     QTest::newRow("next first") << QStringList{"c", "d", "b", "a"} << QStringList{}
                                 << QStringList{"d.png", "c.png", "b.png", "a.png"};
@@ -95,9 +89,7 @@ void TestImageCache::decodesInOrderWantedAndDropsTheUnwanted_data()
 
 void TestImageCache::decodesInOrderWantedAndDropsTheUnwanted()
 {
-    QFETCH(QStringList, first);
-    QFETCH(QStringList, then);
-    QFETCH(QStringList, decoded);
+    auto [first, then, decoded] = row<QStringList, QStringList, QStringList>("first", "then", "decoded");
     QTemporaryDir dir;
     auto paths = [&dir](const QStringList& names) {
         QStringList result;
@@ -177,7 +169,7 @@ void TestImageCache::listingKeepsImagesInNameOrder()
 
 void TestImageCache::sortMatchesStringOrder_data()
 {
-    QTest::addColumn<QStringList>("names");
+    columns<QStringList>("names");
     QStringList counters;
     for (int i = 999; i >= 0; i -= 7)
         counters << QString("IMG_%1.jpg").arg(i, 6, 10, QLatin1Char('0')) << QString("IMG_%1.jpg").arg(i);
@@ -189,7 +181,7 @@ void TestImageCache::sortMatchesStringOrder_data()
 
 void TestImageCache::sortMatchesStringOrder()
 {
-    QFETCH(QStringList, names);
+    auto [names] = row<QStringList>("names");
     QStringList expected = names;
     std::sort(expected.begin(), expected.end());
     QStringList prefixed;

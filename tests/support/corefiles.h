@@ -11,6 +11,7 @@
 #include <QTest>
 
 #include "model/labelpalette.h"
+#include "support/coretable.h"
 #include "support/records.h"
 
 #define BYTES(literal) QByteArray(literal, sizeof(literal) - 1)

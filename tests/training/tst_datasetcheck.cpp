@@ -7,6 +7,7 @@
 
 #include "model/datasetfolders.h"
 #include "model/vocxml.h"
+#include "support/coretable.h"
 #include "support/exifjpeg.h"
 #include "support/records.h"
 #include "training/datasetcheck.h"
@@ -32,11 +33,8 @@ private Q_SLOTS:
 
 void TestDatasetCheck::problems_data()
 {
-    QTest::addColumn<int>("image");
-    QTest::addColumn<int>("xml");
-    QTest::addColumn<QSize>("recorded");
-    QTest::addColumn<QList<BoxAnnotation>>("shapes");
-    QTest::addColumn<QStringList>("expected"); // "image shape code severity"
+    // expected: "image shape code severity"
+    columns<int, int, QSize, QList<BoxAnnotation>, QStringList>("image", "xml", "recorded", "shapes", "expected");
 
     const QSize size(100, 60);
     const int png = int(Image::Png), shapesXml = int(Xml::Shapes);
@@ -87,11 +85,7 @@ void TestDatasetCheck::problems_data()
 
 void TestDatasetCheck::problems()
 {
-    QFETCH(int, image);
-    QFETCH(int, xml);
-    QFETCH(QSize, recorded);
-    QFETCH(QList<BoxAnnotation>, shapes);
-    QFETCH(QStringList, expected);
+    auto [image, xml, recorded, shapes, expected] = row<int, int, QSize, QList<BoxAnnotation>, QStringList>("image", "xml", "recorded", "shapes", "expected");
 
     QTemporaryDir dir;
     const QString images = dir.path(), annotations = dir.filePath("annotations");

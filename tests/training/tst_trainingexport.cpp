@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include "model/shapegeometry.h"
+#include "support/coretable.h"
 #include "support/exifjpeg.h"
 #include "support/records.h"
 #include "training/trainingexport.h"
@@ -104,11 +105,7 @@ private Q_SLOTS:
 
 void TestTrainingExport::shapeLine_data()
 {
-    QTest::addColumn<int>("layout");
-    QTest::addColumn<BoxAnnotation>("shape");
-    QTest::addColumn<bool>("asSet");
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<bool>("clipped");
+    columns<int, BoxAnnotation, bool, QString, bool>("layout", "shape", "asSet", "expected", "clipped");
 
     const int detect = int(Layout::UltralyticsDetect), segment = int(Layout::UltralyticsSegment),
               obb = int(Layout::UltralyticsObb);
@@ -157,11 +154,7 @@ void TestTrainingExport::shapeLine_data()
 
 void TestTrainingExport::shapeLine()
 {
-    QFETCH(int, layout);
-    QFETCH(BoxAnnotation, shape);
-    QFETCH(bool, asSet);
-    QFETCH(QString, expected);
-    QFETCH(bool, clipped);
+    auto [layout, shape, asSet, expected, clipped] = row<int, BoxAnnotation, bool, QString, bool>("layout", "shape", "asSet", "expected", "clipped");
 
     QTemporaryDir dir;
     const TrainingExport::Summary summary = exportOne(dir, Layout(layout), {shape});
@@ -176,9 +169,7 @@ void TestTrainingExport::shapeLine()
 
 void TestTrainingExport::leftOut_data()
 {
-    QTest::addColumn<int>("layout");
-    QTest::addColumn<BoxAnnotation>("shape");
-    QTest::addColumn<QString>("reason");
+    columns<int, BoxAnnotation, QString>("layout", "shape", "reason");
 
     const int detect = int(Layout::UltralyticsDetect), segment = int(Layout::UltralyticsSegment);
     QTest::newRow("wholly outside") << detect << box("a", 120, 10, 140, 30) << "empty-after-clipping";
@@ -195,9 +186,7 @@ void TestTrainingExport::leftOut_data()
 
 void TestTrainingExport::leftOut()
 {
-    QFETCH(int, layout);
-    QFETCH(BoxAnnotation, shape);
-    QFETCH(QString, reason);
+    auto [layout, shape, reason] = row<int, BoxAnnotation, QString>("layout", "shape", "reason");
 
     QTemporaryDir dir;
     const TrainingExport::Summary summary = exportOne(dir, Layout(layout), {shape, box("a", 1, 1, 9, 9)});
@@ -271,8 +260,8 @@ void TestTrainingExport::cocoEntries()
 
 void TestTrainingExport::everyLayoutIsWellFormed_data()
 {
-    QTest::addColumn<int>("layout");
-    QTest::addColumn<int>("fixedFields"); // -1: an even count of 6 or more after the class
+    // fixedFields: -1: an even count of 6 or more after the class
+    columns<int, int>("layout", "fixedFields");
     QTest::newRow("detect") << int(Layout::UltralyticsDetect) << 4;
     QTest::newRow("segment") << int(Layout::UltralyticsSegment) << -1;
     QTest::newRow("obb") << int(Layout::UltralyticsObb) << 8;
@@ -283,8 +272,7 @@ void TestTrainingExport::everyLayoutIsWellFormed_data()
 // every coordinate lies in [0, 1]; pose visibility flags are 0 or 2.
 void TestTrainingExport::everyLayoutIsWellFormed()
 {
-    QFETCH(int, layout);
-    QFETCH(int, fixedFields);
+    auto [layout, fixedFields] = row<int, int>("layout", "fixedFields");
 
     QTemporaryDir dir;
     const QList<BoxAnnotation> shapes = {
@@ -356,8 +344,7 @@ void TestTrainingExport::yamlNamesReadBack()
 
 void TestTrainingExport::imagesKeepBytesOrTurnUpright_data()
 {
-    QTest::addColumn<bool>("turned");
-    QTest::addColumn<bool>("link");
+    columns<bool, bool>("turned", "link");
     QTest::newRow("copy") << false << false;
     QTest::newRow("hard link") << false << true;
     QTest::newRow("EXIF quarter turn, copy") << true << false;
@@ -368,8 +355,7 @@ void TestTrainingExport::imagesKeepBytesOrTurnUpright_data()
 // orientation is written turned as it is shown, so the shapes fit its pixels.
 void TestTrainingExport::imagesKeepBytesOrTurnUpright()
 {
-    QFETCH(bool, turned);
-    QFETCH(bool, link);
+    auto [turned, link] = row<bool, bool>("turned", "link");
 
     QTemporaryDir dir;
     const QString source = dir.filePath("p.jpg");
