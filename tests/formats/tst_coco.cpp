@@ -257,23 +257,6 @@ private Q_SLOTS:
         for (int i = 0; i < images.size(); ++i) // exactly the images that received boxes
             QCOMPARE(images[i].dirty, images[i].boxes.size() > (i == 1 ? 1 : 0));
     }
-
-    void importImageSizeRule()
-    {
-        const QString png = m_dir.filePath("fifty.png");
-        QVERIFY(saveImage(png, 50, 40));
-        Images images{image(png, 0, 0), image(m_dir.filePath("gone.png"), 0, 0)};
-        QList<LabelDef> labels;
-        const QString path = m_dir.filePath("sizes-in.json");
-        QVERIFY(writeFile(path, R"({"images":[{"id":1,"file_name":"fifty.jpg"},{"id":2,"file_name":"gone.png"}],
-                                    "annotations":[{"image_id":1,"bbox":[10,10,100,100]},{"image_id":2,"bbox":[3,3,9,9]}]})"));
-        QCOMPARE(ExportImport::importCoco(images, labels, path).count, 2);
-        // The unreadable image counts as 1 x 1; the size read is not stored.
-        QCOMPARE(describe(images), (QStringList{"0:object:(10,10)-(49,39)", "1:object:(3,3)-(0,0)"}));
-        QCOMPARE(images[0].width, 0);
-        QVERIFY(labels.isEmpty());
-    }
-
 };
 
 QTEST_GUILESS_MAIN(TestCoco)

@@ -1,35 +1,19 @@
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include "formats/exportimport.h"
 #include "model/atomicbatch.h"
 #include "model/labelcolorfile.h"
 #include "model/vocxml.h"
-#include "support/coretable.h"
+#include "support/corefiles.h"
 #include "support/fulldisk.h"
-#include "support/records.h"
 
 // Files from elsewhere and disks that fail: a write that fails leaves the old file as it
 // was and says why; a name read from any file is one line.
 
 namespace {
-
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
-bool writeAll(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
 
 const QString kLongName = QStringLiteral("a label long enough that one line is past the limit");
 
@@ -57,10 +41,8 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString path = dir.filePath(target);
         QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
-        QVERIFY(writeAll(path, "old\n"));
-        QImage picture(64, 48, QImage::Format_RGB32);
-        picture.fill(Qt::white);
-        QVERIFY(picture.save(dir.filePath("img.png")));
+        QVERIFY(writeFile(path, "old\n"));
+        QVERIFY(saveImage(dir.filePath("img.png"), 64, 48));
         const QList<ImageAnnotations> images{image(dir.filePath("img.png"), 64, 48, {box(kLongName, 1, 2, 30, 40)})};
         const QList<LabelDef> labels{{kLongName, Qt::red}};
 
@@ -117,7 +99,7 @@ private Q_SLOTS:
         auto [source, bytes] = row<QString, QByteArray>("source", "bytes");
         QTemporaryDir dir;
         const QString file = dir.filePath(source == "yolo" ? "classes.txt" : "input");
-        QVERIFY(writeAll(file, bytes));
+        QVERIFY(writeFile(file, bytes));
         QList<ImageAnnotations> images{image(dir.filePath("img.png"), 10, 10)};
         QList<LabelDef> labels;
         if (source == "xml") {
@@ -134,7 +116,7 @@ private Q_SLOTS:
         } else if (source == "names") {
             ExportImport::importObjectNames(labels, file);
         } else {
-            QVERIFY(writeAll(dir.filePath("img.txt"), "0 0.5 0.5 0.2 0.2\n"));
+            QVERIFY(writeFile(dir.filePath("img.txt"), "0 0.5 0.5 0.2 0.2\n"));
             ExportImport::importYolo(images, labels, dir.path());
         }
         QCOMPARE(labelNames(labels), QStringList{source == "coco" ? "a  b" : "a b"});
@@ -169,10 +151,7 @@ private Q_SLOTS:
         QVERIFY(python.waitForFinished(20000));
         if (python.exitCode() != 0)
             QSKIP("no Python with the yaml module");
-        QStringList read;
-        for (const QJsonValue& v : QJsonDocument::fromJson(python.readAllStandardOutput()).array())
-            read << v.toString();
-        QCOMPARE(read, names);
+        QCOMPARE(QJsonDocument::fromJson(python.readAllStandardOutput()).array().toVariantList(), QVariant(names).toList());
     }
 };
 

@@ -156,17 +156,10 @@ private Q_SLOTS:
     void numberFormats_data()
     {
         columns<double, QByteArray, QByteArray>("value", "coordinate", "angle");
-        QTest::newRow("zero") << 0.0 << QByteArray("0.00") << QByteArray("0.0000");
-        QTest::newRow("negative half") << -0.5 << QByteArray("-0.50") << QByteArray("-0.5000");
         QTest::newRow("negative zero") << -0.0 << QByteArray("0.00") << QByteArray("0.0000");
         QTest::newRow("tiny negative keeps sign") << -0.001 << QByteArray("-0.00") << QByteArray("-0.0010");
-        QTest::newRow("exact half away from zero") << 0.125 << QByteArray("0.13") << QByteArray("0.1250");
-        QTest::newRow("negative exact half") << -2.375 << QByteArray("-2.38") << QByteArray("-2.3750");
-        // 2.675 is stored as 2.67499999..., 0.00015 as 0.000149999...
-        QTest::newRow("binary value below half") << 2.675 << QByteArray("2.67") << QByteArray("2.6750");
+        // 0.00015 is stored as 0.000149999...; numbersMatchQt covers halves and ties.
         QTest::newRow("angle below half") << 0.00015 << QByteArray("0.00") << QByteArray("0.0001");
-        QTest::newRow("carry into integer part") << 9.999 << QByteArray("10.00") << QByteArray("9.9990");
-        QTest::newRow("large") << 123456789.125 << QByteArray("123456789.13") << QByteArray("123456789.1250");
         QTest::newRow("very large") << 1e20 << QByteArray("100000000000000000000.00") << QByteArray("100000000000000000000.0000");
         QTest::newRow("subnormal") << 4.9e-324 << QByteArray("0.00") << QByteArray("0.0000");
     }

@@ -50,6 +50,20 @@ inline QStringList filesUnder(const QString& folder)
     return out;
 }
 
+inline BoxAnnotation ellipse(const QPointF& c, double rx, double ry, double angle = 0, const QString& label = "a")
+{
+    BoxAnnotation b = shape(label, ShapeType::Ellipse, {c, QPointF(rx, ry)});
+    b.angle = angle;
+    return b;
+}
+
+inline BoxAnnotation rotated(const QPointF& c, double w, double h, double angle, const QString& label = "a")
+{
+    BoxAnnotation b = shape(label, ShapeType::RotatedBox, rotatedBoxCorners(c, w, h, angle));
+    b.angle = angle;
+    return b;
+}
+
 // Labels with the palette colours of their positions.
 inline QList<LabelDef> labelList(const QStringList& names)
 {
