@@ -439,8 +439,8 @@ private Q_SLOTS:
         QCOMPARE(d->log, QStringList());
     }
 
-    // Escape first drops points in progress (see polygonClosing) or a box being dragged out
-    // (the window's undo test), then the selection and select-all mode.
+    // Escape drops points in progress (see polygonClosing), then the selection and
+    // select-all mode, and a box being dragged out.
     void escape()
     {
         QVERIFY(start({box("object", 10, 10, 60, 40)}, true));
@@ -454,6 +454,15 @@ private Q_SLOTS:
         d->log.clear();
         QVERIFY(d->key(Qt::Key_Escape));
         QCOMPARE(d->log, QStringList());
+        // A box being dragged out is dropped from the canvas too, not only from the undo history.
+        d->press(d->at(QPointF(100, 100)));
+        d->moveTo(d->at(QPointF(150, 150)));
+        QCOMPARE(c->boxes().size(), 2);
+        QVERIFY(d->key(Qt::Key_Escape));
+        d->release(d->at(QPointF(150, 150)));
+        QCOMPARE(c->boxes().size(), 1);
+        QCOMPARE(c->dragMode(), ImageCanvas::None);
+        QVERIFY(!d->log.contains("changed"));
     }
 
     void keysLeftToMainWindow_data()
