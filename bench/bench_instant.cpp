@@ -10,7 +10,8 @@
 //                image a second (neighbours decoded ahead), and the same without waiting
 //                between keys
 //       huge:    key press to a 200-megapixel JPEG on screen, and to its full resolution
-//       reads:   reading every annotation file of a dataset on one thread and on all
+//       reads:   reading every annotation file of a dataset on one thread and on all:
+//                both rates and their ratio, paired run by run
 //   bench_instant --child-million FOLDER      one start (used by million)
 //
 // Folders are made under the system's temporary folder and removed afterwards unless
@@ -433,7 +434,7 @@ void benchReads()
     for (int i = 0; i < kFiles; ++i) {
         ImageAnnotations record;
         record.imagePath = dir.filePath(QStringLiteral("img_%1.jpg").arg(i));
-        record.xmlPath = dir.filePath(QStringLiteral("img_%1.xml").arg(i));
+        record.setXmlPath(dir.filePath(QStringLiteral("img_%1.xml").arg(i)));
         record.width = 1920;
         record.height = 1080;
         for (int k = 0; k < 12; ++k) {
@@ -442,7 +443,7 @@ void benchReads()
             box.points = {QPointF(10 * k, 5 * k + i % 50), QPointF(10 * k + 80, 5 * k + 60)};
             record.boxes.append(box);
         }
-        QFile file(record.xmlPath);
+        QFile file(record.xmlPath());
         if (!file.open(QIODevice::WriteOnly) || file.write(VocXml::toXml(record, QStringLiteral("bench"))) < 0)
             return;
         record.boxes.clear();
@@ -469,14 +470,14 @@ void benchReads()
         const double single = readOnce(1, &a);
         const double parallel = readOnce(threads, &b);
         same = same && a == b;
-        one.push_back(single);
-        many.push_back(parallel);
+        one.push_back(kFiles / (single / 1e3));
+        many.push_back(kFiles / (parallel / 1e3));
         ratio.push_back(single / parallel);
     }
     QThreadPool::globalInstance()->setMaxThreadCount(threads);
     std::printf("Reading %d annotation files of 12 shapes each (%d threads):\n", kFiles, threads);
-    printSpread("  one thread", one, "ms");
-    printSpread("  all threads", many, "ms");
+    printSpread("  one thread", one, "files/s");
+    printSpread("  all threads", many, "files/s");
     printSpread("  speed-up, runs paired", ratio, "x");
     std::printf("  records the same byte for byte: %s\n", same ? "yes" : "NO");
 }

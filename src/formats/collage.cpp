@@ -12,6 +12,7 @@
 #include <QPainter>
 
 #include "formats/converterrules.h"
+#include "formats/datasetreading.h"
 #include "formats/datasettools.h"
 #include "model/atomicbatch.h"
 #include "model/imageloading.h"
@@ -226,24 +227,31 @@ QImage readScaledCrop(const QString& path, const QRect& area, QRect* crop)
     return scaled;
 }
 
-// The scaled, annotated crop of one image; a null image when the record has no shapes,
-// its file cannot be read or the shapes lie outside the image.
-QImage renderCell(const ImageAnnotations& record, const QMap<QString, QColor>& colours)
+// The shapes of a record: those it holds, else those of its annotation file.
+QList<BoxAnnotation> shapesOf(const ImageAnnotations& record)
 {
     ImageAnnotations image = record;
-    if (image.boxes.isEmpty() && QFileInfo::exists(image.xmlPath))
+    if (image.boxes.isEmpty() && QFileInfo::exists(image.xmlPath()))
         VocXml::load(image);
+    return image.boxes;
+}
+
+// The scaled, annotated crop of one image; a null image without shapes, when the image
+// cannot be read or the shapes lie outside the image.
+QImage renderCell(const QString& imagePath, const QList<BoxAnnotation>& shapes,
+                  const QMap<QString, QColor>& colours)
+{
     QRect area;
-    if (image.boxes.isEmpty() || !annotationArea(image.boxes, &area))
+    if (shapes.isEmpty() || !annotationArea(shapes, &area))
         return QImage();
     QRect crop;
-    QImage scaled = readScaledCrop(image.imagePath, area, &crop);
+    QImage scaled = readScaledCrop(imagePath, area, &crop);
     if (scaled.isNull())
         return QImage();
     // Indexed and grey images cannot be painted on.
     scaled = scaled.convertToFormat(scaled.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied
                                                              : QImage::Format_RGB32);
-    drawAnnotations(scaled, crop, image.boxes, colours);
+    drawAnnotations(scaled, crop, shapes, colours);
     return scaled;
 }
 
@@ -284,19 +292,27 @@ ExportImportResult exportCollage(const QList<ImageAnnotations>& images,
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     const int columns = DatasetTools::collageColumns(n);
     int placed = 0;
-    for (int k = 0; k < n; ++k) {
-        const QImage cell = renderCell(images.at(annotated.at(k)), colours);
-        if (cell.isNull())
-            continue;
-        const int column = k % columns;
-        const int row = k / columns;
-        painter.drawImage(QPoint(column * (kCellWidth + kGap) + (kCellWidth - cell.width()) / 2 + kGap,
-                                 row * (kCellHeight + kGap) + (kCellHeight - cell.height()) / 2 + kGap),
-                          cell);
-        ++placed;
-        if (progress && !progress(placed, n))
-            return {false, QStringLiteral("Export cancelled by user."), placed};
-    }
+    bool stopped = false;
+    // The annotation files are read on every core; the cells are drawn here in order.
+    DatasetReading::forEachOrdered<QList<BoxAnnotation>>(
+        n, [&](int k) { return shapesOf(images.at(annotated.at(k))); },
+        [&](int k, QList<BoxAnnotation>& shapes) {
+            if (stopped)
+                return;
+            const QImage cell = renderCell(images.at(annotated.at(k)).imagePath, shapes, colours);
+            if (cell.isNull())
+                return;
+            const int column = k % columns;
+            const int row = k / columns;
+            painter.drawImage(QPoint(column * (kCellWidth + kGap) + (kCellWidth - cell.width()) / 2 + kGap,
+                                     row * (kCellHeight + kGap) + (kCellHeight - cell.height()) / 2 + kGap),
+                              cell);
+            ++placed;
+            stopped = progress && !progress(placed, n);
+        },
+        [&stopped](int, int) { return !stopped; });
+    if (stopped)
+        return {false, QStringLiteral("Export cancelled by user."), placed};
     painter.end();
     // Past the last image there is nothing left to cancel: the answer is not looked at.
     if (progress)

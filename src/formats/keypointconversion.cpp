@@ -1,18 +1,15 @@
 #include "formats/datasettools.h"
 
-#include <future>
-
 #include <QDir>
 #include <QFileInfo>
 
+#include "formats/datasetreading.h"
 #include "model/atomicbatch.h"
 #include "model/vocxml.h"
 
 namespace DatasetTools {
 
 namespace {
-
-constexpr int kReadAheadBlock = 256;
 
 struct StoredShapes {
     bool fileExists = false;
@@ -21,23 +18,20 @@ struct StoredShapes {
 
 // Only images with an annotation file take part, even when their shapes are in memory;
 // a record without shapes is read from its file.
-QList<StoredShapes> readBlock(const QList<ImageAnnotations>& images, int first, int last)
+StoredShapes readStored(const ImageAnnotations& image)
 {
-    QList<StoredShapes> block(last - first);
-    for (int i = first; i < last; ++i) {
-        const ImageAnnotations& image = images.at(i);
-        StoredShapes& stored = block[i - first];
-        if (image.boxes.isEmpty()) {
-            ImageAnnotations file;
-            file.xmlPath = image.xmlPath;
-            // A file that cannot be parsed to its end still exists.
-            stored.fileExists = VocXml::load(file) || QFileInfo::exists(image.xmlPath);
-            stored.shapes = file.boxes;
-        } else {
-            stored.fileExists = !image.xmlPath.isEmpty() && QFileInfo::exists(image.xmlPath);
-        }
+    StoredShapes stored;
+    if (image.boxes.isEmpty()) {
+        ImageAnnotations file;
+        file.setXmlPath(image.xmlPath());
+        // A file that cannot be parsed to its end still exists.
+        stored.fileExists = VocXml::load(file) || QFileInfo::exists(file.xmlPath());
+        stored.shapes = file.boxes;
+    } else {
+        const QString xmlPath = image.xmlPath();
+        stored.fileExists = !xmlPath.isEmpty() && QFileInfo::exists(xmlPath);
     }
-    return block;
+    return stored;
 }
 
 } // namespace
@@ -97,49 +91,41 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
     // cancelled run still commits the files of the images it did.
     AtomicBatch batch;
 
-    // Reading the annotation files is most of the work: the next block of them is read
-    // on a second thread while this one converts and writes the current block.
+    // Reading the annotation files is most of the work: they are read on every core
+    // while this thread converts and writes them in the dataset's order.
     const int total = int(images.size());
-    const auto readAhead = [&images, total](int first) {
-        return std::async(std::launch::async, readBlock, std::cref(images), first,
-                          qMin(total, first + kReadAheadBlock));
-    };
-    std::future<QList<StoredShapes>> next = readAhead(0);
-    QList<StoredShapes> block;
-    int blockFirst = 0;
-    for (int i = 0; i < total; ++i) {
-        if (progress && !progress(i, total)) {
-            outcome.cancelled = true;
-            break;
-        }
-        if (i == blockFirst + block.size()) {
-            block = next.get();
-            blockFirst = i;
-            if (i + block.size() < total)
-                next = readAhead(i + int(block.size()));
-        }
-        const ImageAnnotations& image = images.at(i);
-        const StoredShapes& stored = block.at(i - blockFirst);
-        if (!stored.fileExists)
-            continue;
-        const QList<BoxAnnotation>& shapes = image.boxes.isEmpty() ? stored.shapes : image.boxes;
+    bool stopped = false;
+    DatasetReading::forEachOrdered<StoredShapes>(
+        total, [&images](int i) { return readStored(images.at(i)); },
+        [&](int i, StoredShapes& stored) {
+            if (stopped)
+                return;
+            if (progress && !progress(i, total)) {
+                outcome.cancelled = stopped = true;
+                return;
+            }
+            if (!stored.fileExists)
+                return;
+            const ImageAnnotations& image = images.at(i);
+            const QList<BoxAnnotation>& shapes = image.boxes.isEmpty() ? stored.shapes : image.boxes;
 
-        ImageAnnotations converted;
-        converted.boxes = convertShapes(shapes, conversion, radius, image.width, image.height);
-        if (converted.boxes.isEmpty()) {
-            ++outcome.skipped;
-            continue;
-        }
-        converted.imagePath = image.imagePath;
-        converted.width = image.width;
-        converted.height = image.height;
-        converted.xmlPath = outputFolder + QLatin1Char('/')
-            + QFileInfo(image.xmlPath).completeBaseName() + QStringLiteral(".xml");
-        ++outcome.processed;
-        outcome.created += int(converted.boxes.size());
-        if (!batch.stage(converted.xmlPath, VocXml::toXml(converted, folderName)))
-            ++outcome.failed;
-    }
+            ImageAnnotations converted;
+            converted.boxes = convertShapes(shapes, conversion, radius, image.width, image.height);
+            if (converted.boxes.isEmpty()) {
+                ++outcome.skipped;
+                return;
+            }
+            converted.imagePath = image.imagePath;
+            converted.width = image.width;
+            converted.height = image.height;
+            converted.setXmlPath(outputFolder + QLatin1Char('/')
+                + QFileInfo(image.xmlPath()).completeBaseName() + QStringLiteral(".xml"));
+            ++outcome.processed;
+            outcome.created += int(converted.boxes.size());
+            if (!batch.stage(converted.xmlPath(), VocXml::toXml(converted, folderName)))
+                ++outcome.failed;
+        },
+        [&stopped](int, int) { return !stopped; });
     batch.commit();
     outcome.failed += int(batch.failedPaths().size());
     return outcome;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include <dirent.h>
@@ -12,6 +13,8 @@
 namespace ImageFolder {
 
 namespace {
+
+constexpr int kTwoThreadSort = 100000;
 
 bool hasImageSuffix(const char* name, size_t length)
 {
@@ -69,17 +72,31 @@ void sortNames(QStringList& names, int skip)
     }
     common = std::max(common, skip);
 
-    std::vector<Key> keys;
-    keys.reserve(names.size());
-    for (int i = 0; i < names.size(); ++i)
-        keys.push_back(keyOf(names.at(i), common, i));
-    std::sort(keys.begin(), keys.end(), [&names, common](const Key& a, const Key& b) {
+    std::vector<Key> keys(names.size());
+    const auto less = [&names, common](const Key& a, const Key& b) {
         if (a.high != b.high)
             return a.high < b.high;
         if (a.low != b.low)
             return a.low < b.low;
         return QStringView(names.at(a.index)).mid(common) < QStringView(names.at(b.index)).mid(common);
-    });
+    };
+    const auto sortPart = [&](int begin, int end) {
+        for (int i = begin; i < end; ++i)
+            keys[i] = keyOf(names.at(i), common, i);
+        std::sort(keys.begin() + begin, keys.begin() + end, less);
+    };
+    // A large folder is sorted in two halves at once, then merged: the window waits for
+    // this list before it shows the first image.
+    const int count = int(names.size());
+    if (count >= kTwoThreadSort && std::thread::hardware_concurrency() > 1) {
+        const int half = count / 2;
+        std::thread other(sortPart, 0, half);
+        sortPart(half, count);
+        other.join();
+        std::inplace_merge(keys.begin(), keys.begin() + half, keys.end(), less);
+    } else {
+        sortPart(0, count);
+    }
     QStringList sorted;
     sorted.reserve(names.size());
     for (const Key& key : keys)

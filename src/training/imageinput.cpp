@@ -22,7 +22,7 @@ constexpr qint64 kFullDecodePixels = 1000000;
 
 void readAnnotations(const ImageAnnotations& record, const Request& request, Input& in)
 {
-    const QFileInfo info(record.xmlPath);
+    const QFileInfo info(record.xmlPath());
     const bool inMemory = !record.boxes.isEmpty();
     if (inMemory) {
         in.shapes = record.boxes;
@@ -32,12 +32,12 @@ void readAnnotations(const ImageAnnotations& record, const Request& request, Inp
                 in.scanNames.append(shape.label);
         }
     }
-    if (record.xmlPath.isEmpty() || !info.exists() || (inMemory && !request.recordedSize))
+    if (record.xmlPath().isEmpty() || !info.exists() || (inMemory && !request.recordedSize))
         return;
     // Only regular files up to the annotation size limit are read: a FIFO or device would
     // block the reader or fill the memory.
     QByteArray data;
-    const bool opened = SafeFile::read(record.xmlPath, SafeFile::kMaxAnnotationFileBytes, &data)
+    const bool opened = SafeFile::read(record.xmlPath(), SafeFile::kMaxAnnotationFileBytes, &data)
                         == SafeFile::ReadResult::Ok;
     if (!opened) {
         if (!inMemory)

@@ -163,6 +163,12 @@ private Q_SLOTS:
         for (int i = 999; i >= 0; i -= 7)
             counters << QString("IMG_%1.jpg").arg(i, 6, 10, QLatin1Char('0')) << QString("IMG_%1.jpg").arg(i);
         QTest::newRow("counters sharing a long start") << counters;
+        // Many names share their first eight characters after the common start, so that
+        // the two halves of a large folder are merged on the whole names.
+        QStringList large;
+        for (int i = 0; i < 120000; ++i)
+            large << QString("a%1_view_%2.png").arg(i % 997, 3, 10, QLatin1Char('0')).arg(i * 7919 % 120011);
+        QTest::newRow("large folder, sorted in halves") << large;
         QTest::newRow("case, length and accents")
             << QStringList{"b.jpg", "B.jpg", "a.jpg", "ab.jpg", "a.jpeg", "é.png", "e.png", "Z.png",
                            "a", "aaaaaaaaaaaa1.png", "aaaaaaaaaaaa.png", "\u4e2d.png", "\U0001F600.png"};

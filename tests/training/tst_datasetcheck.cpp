@@ -107,11 +107,11 @@ private Q_SLOTS:
 
         ImageAnnotations record;
         record.imagePath = dir.filePath(name);
-        record.xmlPath = annotations + "/a.xml";
+        record.setXmlPath(annotations + "/a.xml");
         record.width = recorded.width();
         record.height = recorded.height();
         record.boxes = shapes;
-        QVERIFY(Xml(xml) == Xml::Garbage ? writeFile(record.xmlPath, "<annotation><object><name>a") : VocXml::save(record, "images"));
+        QVERIFY(Xml(xml) == Xml::Garbage ? writeFile(record.xmlPath(), "<annotation><object><name>a") : VocXml::save(record, "images"));
 
         // The records as the window makes them on opening: no shape read yet.
         const QList<ImageAnnotations> records =
