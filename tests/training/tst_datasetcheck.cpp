@@ -18,8 +18,9 @@ namespace {
 
 // How the one image "a" of a row is on disk.
 enum class Image { Png, Garbage, Gone, TurnedJpeg, CutJpeg, CutPng, Text };
-// How its annotation file is.
-enum class Xml { Shapes, Garbage };
+// How its annotation file is: as saved, with CRLF line ends (read by the general XML
+// reader, not the fast one), or broken.
+enum class Xml { Shapes, Crlf, Garbage };
 
 } // namespace
 
@@ -64,6 +65,9 @@ void TestDatasetCheck::problems_data()
         << QStringList{"a.png 0 unknown-label warning", "a.png 2 duplicate warning"};
     QTest::newRow("size mismatch") << png << shapesXml << QSize(60, 100) << QList<BoxAnnotation>{inside}
                                    << QStringList{"a.png -1 size-mismatch warning"};
+    QTest::newRow("size mismatch, unknown label, CRLF file")
+        << png << int(Xml::Crlf) << QSize(60, 100) << QList<BoxAnnotation>{inside, box("zebra", 1, 1, 9, 9)}
+        << QStringList{"a.png -1 size-mismatch warning", "a.png 1 unknown-label warning"};
     // Stored 100 x 60 and turned a quarter by EXIF: the image is 60 x 100 as trainers see it.
     QTest::newRow("EXIF orientation applied")
         << int(Image::TurnedJpeg) << shapesXml << QSize(60, 100) << QList<BoxAnnotation>{inside} << QStringList{};
@@ -132,6 +136,13 @@ void TestDatasetCheck::problems()
         QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write("<annotation><object><name>a") > 0);
     } else {
         QVERIFY(VocXml::save(record, "images"));
+    }
+    if (Xml(xml) == Xml::Crlf) {
+        QFile saved(record.xmlPath);
+        QVERIFY(saved.open(QIODevice::ReadOnly));
+        const QByteArray crlf = saved.readAll().replace("\n", "\r\n");
+        saved.close();
+        QVERIFY(saved.open(QIODevice::WriteOnly | QIODevice::Truncate) && saved.write(crlf) == crlf.size());
     }
 
     // The records as the window makes them on opening: no shape read yet.
