@@ -8,29 +8,21 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextBlock>
 #include <QTextEdit>
+#include <QLineEdit>
+
+#include "support/corefiles.h"
 
 namespace AiTest {
 
 inline QString scriptPath(const QString& name)
 {
     return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
-}
-
-inline void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
-}
-
-inline QString readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
 }
 
 // Next to the executable: the shipped script, or `text` in its place.
@@ -41,6 +33,18 @@ inline void placeScript(const QString& name, const QByteArray& text = {})
         QVERIFY(QFile::copy(QStringLiteral(AI_SCRIPTS_DIR "/") + name, scriptPath(name)));
     else
         writeFile(scriptPath(name), text);
+}
+
+// A shipped script run by Debian's Python in `dir`, with the fake ultralytics or none.
+inline QProcess* startScript(const QString& script, const QStringList& args, bool withPackage, const QString& dir = {})
+{
+    auto* helper = new QProcess;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("PYTHONPATH", withPackage ? AI_TEST_DIR "/fake_ultralytics" : "");
+    helper->setProcessEnvironment(env);
+    helper->setWorkingDirectory(dir);
+    helper->start("/usr/bin/python3", QStringList{QStringLiteral(AI_SCRIPTS_DIR "/") + script} + args);
+    return helper;
 }
 
 // A scratch folder; while it lives PATH holds only its bin/, TMPDIR is its tmp/, the fake
@@ -92,6 +96,14 @@ inline void makeVideo(const QString& video)
                                 "-vf", "drawbox=10:20:40:30:red:fill:enable='lt(n,4)',drawbox=80:60:60:40:blue:fill:"
                                 "enable='between(n,2,6)'", "-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p", video});
     QVERIFY(p.waitForFinished(30000) && p.exitCode() == 0);
+}
+
+// The model, video and output fields of an AI run dialog.
+inline void fill(QWidget* dialog, const QString& model, const QString& video, const QString& output)
+{
+    dialog->findChild<QLineEdit*>("modelEdit")->setText(model);
+    dialog->findChild<QLineEdit*>("videoEdit")->setText(video);
+    dialog->findChild<QLineEdit*>("outputEdit")->setText(output);
 }
 
 inline QPushButton* button(QWidget* dialog, const char* name)

@@ -1,9 +1,6 @@
 #include <QAction>
-#include <QBuffer>
-#include <QCheckBox>
 #include <QComboBox>
 #include <QDirIterator>
-#include <QProcessEnvironment>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -20,6 +17,7 @@
 #include "app/proposalreview.h"
 #include "canvas/imagecanvas.h"
 #include "model/vocxml.h"
+#include "support/exifjpeg.h"
 #include "support/records.h"
 #include "support/scriptedprompts.h"
 
@@ -39,15 +37,16 @@ QByteArray modelJson(const QString& task, const QString& extra = {})
 }
 
 // 160 x 120 images made of: r, a red 40 x 30 box at (10, 20); q, a blue 70 x 70 square at
-// (75, 35) with a 20 x 20 hole; p, blue squares of 60 and 20; s, a blue star of 100 spikes; o, a blue 60 x 20 box turned
-// by 30 degrees round (80, 60); g, a green corner. "e" is a 48 x 32 JPEG with its left 16
-// columns red, stored turned: EXIF orientation 6 shows it 32 x 48, the band at the top.
+// (75, 35) with a 20 x 20 hole; p, blue squares of 60 and 20; s, a blue star of 100 spikes;
+// o, a blue 60 x 20 box turned by 30 degrees round (80, 60); g, a green corner. "e" is a
+// 48 x 32 JPEG with its left 16 columns red, stored turned: it shows 32 x 48, the band at the top.
 void makeImage(const QString& path, const QString& what)
 {
     QImage img(what == "e" ? QSize(48, 32) : QSize(160, 120), QImage::Format_RGB32);
     img.fill(Qt::black);
     QPainter p(&img);
     p.setPen(Qt::NoPen);
+    p.setBrush(Qt::blue);
     p.fillRect(0, 0, what == "e" ? 16 : 0, 32, Qt::red);
     if (what.contains('r'))
         p.fillRect(10, 20, 40, 30, Qt::red);
@@ -55,32 +54,20 @@ void makeImage(const QString& path, const QString& what)
         p.fillRect(75, 35, 70, 70, Qt::blue);
         p.fillRect(100, 60, 20, 20, Qt::black);
     }
-    if (what.contains('p')) { // two pieces
-        p.fillRect(20, 20, 60, 60, Qt::blue);
-        p.fillRect(100, 90, 20, 20, Qt::blue);
-    }
+    if (what.contains('p')) // two pieces
+        p.drawRects(QList<QRect>{{20, 20, 60, 60}, {100, 90, 20, 20}});
     if (what.contains('g'))
         p.fillRect(0, 0, 10, 10, Qt::green);
     QPolygonF star;
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200 && what.contains('s'); ++i)
         star << QPointF(80, 60) + (i % 2 ? 35 : 55) * QPointF(qCos(i * M_PI / 100), qSin(i * M_PI / 100));
-    p.setBrush(Qt::blue);
-    if (what.contains('s'))
-        p.drawPolygon(star);
+    p.drawPolygon(star);
     p.translate(80, 60);
     p.rotate(30);
     if (what.contains('o'))
         p.fillRect(-30, -10, 60, 20, Qt::blue);
     p.end();
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    img.save(&buffer, what == "e" ? "JPG" : "PNG", 100);
-    if (what == "e") {
-        const QByteArray app1 = QByteArray("Exif\0\0MM\0\x2a\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x06\0\0\0\0\0\0", 32);
-        bytes.insert(2, QByteArray("\xff\xe1\0\x22", 4) + app1);
-    }
-    writeFile(path, bytes);
+    QVERIFY(what == "e" ? writeTurnedJpeg(path, img) : img.save(path, "PNG"));
 }
 
 QString round5(double v)
@@ -108,19 +95,6 @@ QString describe(const QJsonObject& s)
     return s["type"] == "polygon" ? d + QString(" n%1").arg(pts.size()) : d;
 }
 
-struct Helper {
-    int exitCode;
-    QStringList out;
-    QByteArray err;
-    QString kinds() const
-    {
-        QStringList k;
-        for (const QString& line : out)
-            k << line.section(':', 0, 0);
-        return k.join(' ');
-    }
-};
-
 // Starts yolo_prelabel.py in `dir` on images i0, i1 ... made from `kinds` ("-" = not an
 // image, "!" = no file).
 QProcess* startHelper(const QString& dir, const QByteArray& modelText, const QStringList& kinds, const QStringList& extra,
@@ -137,39 +111,8 @@ QProcess* startHelper(const QString& dir, const QByteArray& modelText, const QSt
     }
     writeFile(dir + "/list.txt", list.join('\n').toUtf8());
     writeFile(dir + "/m.pt", modelText);
-    auto* helper = new QProcess;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("PYTHONPATH", withPackage ? AI_TEST_DIR "/fake_ultralytics" : "");
-    helper->setProcessEnvironment(env);
-    helper->setWorkingDirectory(dir);
-    helper->start("/usr/bin/python3", QStringList{AI_SCRIPTS_DIR "/yolo_prelabel.py", "--model", dir + "/m.pt",
-                                                  "--list", dir + "/list.txt"} + extra);
-    return helper;
-}
-
-Helper finish(QProcess* helper)
-{
-    helper->waitForFinished(60000);
-    return {helper->exitCode(), QString::fromUtf8(helper->readAllStandardOutput()).split('\n', Qt::SkipEmptyParts),
-            helper->readAllStandardError()};
-}
-
-QStringList results(const Helper& run)
-{
-    QStringList found;
-    for (const QString& line : run.out.filter(QRegularExpression("^(RESULT|ERROR):"))) {
-        if (line.startsWith("ERROR:")) {
-            found << line;
-            continue;
-        }
-        const QJsonObject o = QJsonDocument::fromJson(line.mid(7).toUtf8()).object();
-        QStringList shapes;
-        for (const QJsonValue& s : o["shapes"].toArray())
-            shapes << describe(s.toObject());
-        found << QString("%1 %2x%3: %4").arg(o["image"].toString()).arg(o["width"].toInt()).arg(o["height"].toInt())
-                     .arg(shapes.join("; "));
-    }
-    return found;
+    return startScript("yolo_prelabel.py", QStringList{"--model", dir + "/m.pt", "--list", dir + "/list.txt"} + extra,
+                       withPackage, dir);
 }
 
 // A dataset folder of images named by their content, an interpreter and the script in
@@ -196,7 +139,7 @@ struct Dataset : Sandbox {
         QStringList out;
         for (const QFileInfo& f : QDir(annotations + "/.proposals").entryInfoList({"*.json"}, QDir::Files, QDir::Name)) {
             QList<Proposal> list;
-            Proposals::fromJson(readFile(f.filePath()).toUtf8(), &list);
+            Proposals::fromJson(readAll(f.filePath()), &list);
             QStringList labels;
             for (const Proposal& p : list)
                 labels << p.shape.label;
@@ -217,12 +160,20 @@ QMap<QString, QByteArray> contents(const QString& folder)
     QDirIterator it(folder, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString f = it.next();
-        out.insert(QDir(folder).relativeFilePath(f), readFile(f).toUtf8());
+        out.insert(QDir(folder).relativeFilePath(f), readAll(f));
     }
     return out;
 }
 
+struct RunRow {
+    QString which;
+    QStringList mapping, sidecars, labels; // mapping: class=label; sidecars: image: labels
+    QString lastLog, deleted;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(RunRow)
 
 class TestPrelabel : public QObject {
     Q_OBJECT
@@ -238,8 +189,6 @@ private Q_SLOTS:
     void run();
     void review_data();
     void review();
-    void exportsIgnoreProposals_data();
-    void exportsIgnoreProposals();
 };
 
 // The helper alone, every row's run started at once: shapes per task, then its errors.
@@ -284,22 +233,34 @@ void TestPrelabel::helper()
     QFETCH(int, exitCode);
     QFETCH(QStringList, expected);
     QProcess* process = m_helpers.value(QTest::currentDataTag());
-    const QString dir = process->workingDirectory();
-    const Helper run = finish(process);
-    QCOMPARE(run.exitCode, exitCode);
-    QTEST(run.kinds(), "kinds");
-    QVERIFY(!run.err.contains("Traceback"));
-    const QStringList found = results(run);
+    QVERIFY(process->waitForFinished(60000));
+    QCOMPARE(process->exitCode(), exitCode);
+    QVERIFY(!process->readAllStandardError().contains("Traceback"));
+    const QStringList out = QString::fromUtf8(process->readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+    QStringList kinds, found;
+    for (const QString& line : out) {
+        kinds << line.section(':', 0, 0);
+        const QJsonObject o = QJsonDocument::fromJson(line.section(':', 1).toUtf8()).object();
+        QStringList shapes;
+        for (const QJsonValue& s : o["shapes"].toArray())
+            shapes << describe(s.toObject());
+        if (kinds.last() == "ERROR")
+            found << line;
+        else if (kinds.last() == "RESULT")
+            found << QString("%1 %2x%3: %4").arg(o["image"].toString()).arg(o["width"].toInt()).arg(o["height"].toInt())
+                         .arg(shapes.join("; "));
+    }
+    QTEST(kinds.join(' '), "kinds");
     QCOMPARE(found.size(), expected.size());
     for (int i = 0; i < expected.size(); ++i)
-        QVERIFY2(found[i].startsWith(expected[i].replace("$D", dir)) && (found[i].startsWith("ERROR:") || found[i] == expected[i]),
-                 qPrintable(found[i]));
+        QVERIFY2(found[i].startsWith(expected[i].replace("$D", process->workingDirectory()))
+                     && (found[i].startsWith("ERROR:") || found[i] == expected[i]), qPrintable(found[i]));
     if (exitCode > 1)
         return;
-    QCOMPARE(run.out[0], QString(R"(CLASSES:{"task":"%1","names":["person","car"],"keypoints":[%2]})")
-                             .arg(task, extra.isEmpty() ? "" : R"("tl","tr")"));
-    QVERIFY2(run.out.last().startsWith(QString("DONE:%1:").arg(expected.filter(QRegularExpression("^i")).size())),
-             qPrintable(run.out.last()));
+    QCOMPARE(out[0], QString(R"(CLASSES:{"task":"%1","names":["person","car"],"keypoints":[%2]})")
+                         .arg(task, extra.isEmpty() ? "" : R"("tl","tr")"));
+    QVERIFY2(out.last().startsWith(QString("DONE:%1:").arg(expected.filter(QRegularExpression("^i")).size())),
+             qPrintable(out.last()));
 }
 
 // Through the window: which images, the mapping, labels, sidecars, marks, the log.
@@ -350,32 +311,20 @@ void TestPrelabel::mappingDefaults()
 // failing), and the current image alone under a new label.
 void TestPrelabel::run_data()
 {
-    QTest::addColumn<QString>("which");
-    QTest::addColumn<QStringList>("mapping"); // class=label
-    QTest::addColumn<QStringList>("sidecars");
-    QTest::addColumn<QStringList>("labels");
-    QTest::addColumn<QString>("lastLog");
-    QTest::addColumn<QString>("deleted");
-    QTest::newRow("unlabelled, by name") << "unlabelledRadio" << QStringList{} << QStringList{"b: car"}
-                                         << QStringList{"object", "car"} << "Process exited with code 1." << "";
-    QTest::newRow("all, person as car: c's repeat left out, b deleted") << "allRadio" << QStringList{"person=car"}
-        << QStringList{"a: car"} << QStringList{"object", "car"} << "Process exited with code 1." << "b";
-    QTest::newRow("current, new label") << "currentRadio" << QStringList{"person=human"} << QStringList{"a: human"}
-        << QStringList{"object", "car", "human"} << "Done — 1 proposals on 1 images. Review them on the canvas: "
-                                                   "Enter accepts, Delete rejects, N goes to the next image with proposals."
-        << "";
+    QTest::addColumn<RunRow>("row");
+    QTest::newRow("unlabelled, by name") << RunRow{"unlabelledRadio", {}, {"b: car"}, {"object", "car"}, "Process exited with code 1.", ""};
+    QTest::newRow("all, person as car: c's repeat left out, b deleted") << RunRow{"allRadio", {"person=car"}, {"a: car"},
+        {"object", "car"}, "Process exited with code 1.", "b"};
+    QTest::newRow("current, new label") << RunRow{"currentRadio", {"person=human"}, {"a: human"}, {"object", "car", "human"},
+        "Done — 1 proposals on 1 images. Review them on the canvas: Enter accepts, Delete rejects, N goes to the next "
+        "image with proposals.", ""};
 }
 
 void TestPrelabel::run()
 {
-    QFETCH(QString, which);
-    QFETCH(QStringList, mapping);
-    QFETCH(QStringList, sidecars);
-    QFETCH(QStringList, labels);
-    QFETCH(QString, lastLog);
-    QFETCH(QString, deleted);
+    QFETCH(RunRow, row);
     Dataset data({"a:r", "b:q", "c:r", "d:rg"});
-    if (!deleted.isEmpty())
+    if (!row.deleted.isEmpty())
         writeFile(data.path("m.pt"), modelJson("detect", R"(, "delay": 0.3)"));
     ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
     c.xmlPath = data.annotations + "/c.xml";
@@ -392,21 +341,21 @@ void TestPrelabel::run()
         dialog->show();
         auto* edit = dialog->findChild<QLineEdit*>("modelEdit");
         edit->setText(data.path("m.pt"));
-        if (!mapping.isEmpty()) {
+        if (!row.mapping.isEmpty()) {
             QTest::keyClick(edit, Qt::Key_Return); // lists the classes
             waitIdle(dialog);
         }
         auto* table = dialog->findChild<QTableWidget*>();
-        for (const QString& m : mapping)
-            for (int row = 0; row < table->rowCount(); ++row)
-                if (table->item(row, 0)->text() == m.section('=', 0, 0))
-                    static_cast<QComboBox*>(table->cellWidget(row, 1))->setCurrentText(m.section('=', 1));
+        for (const QString& m : row.mapping)
+            for (int r = 0; r < table->rowCount(); ++r)
+                if (table->item(r, 0)->text() == m.section('=', 0, 0))
+                    static_cast<QComboBox*>(table->cellWidget(r, 1))->setCurrentText(m.section('=', 1));
         unlabelled = dialog->findChild<QRadioButton*>("unlabelledRadio")->text();
-        dialog->findChild<QRadioButton*>(which)->setChecked(true);
+        dialog->findChild<QRadioButton*>(row.which)->setChecked(true);
         button(dialog, "runButton")->click();
-        if (!deleted.isEmpty()) { // once the helper is reading, before the model answers
+        if (!row.deleted.isEmpty()) { // once the helper is reading, before the model answers
             (void)QTest::qWaitFor([&] { return logLines(dialog, false).join(' ').contains("Model: m.pt"); });
-            QFile::remove(data.images + '/' + deleted + ".png");
+            QFile::remove(data.images + '/' + row.deleted + ".png");
         }
         waitIdle(dialog);
         log = logLines(dialog, false);
@@ -415,25 +364,25 @@ void TestPrelabel::run()
     w.findChild<QAction*>("prelabelAction")->trigger();
     w.proposalReview->store().flush();
 
-    QCOMPARE(data.sidecars(), sidecars);
+    QCOMPARE(data.sidecars(), row.sidecars);
     QCOMPARE(unlabelled, "Unlabelled images only (3)");
-    const int chosen = which == "allRadio" ? 4 : which == "currentRadio" ? 1 : 3;
+    const int chosen = row.which == "allRadio" ? 4 : row.which == "currentRadio" ? 1 : 3;
     QVERIFY(log.contains(QString("Starting pre-labelling of %1 image(s)...").arg(chosen)));
-    if (!deleted.isEmpty()) { // read before or after it went: either way it is left out
-        before.remove(deleted + ".png");
+    if (!row.deleted.isEmpty()) { // read before or after it went: either way it is left out
+        before.remove(row.deleted + ".png");
         QVERIFY(log.contains("b.png: not in the dataset any more, skipped")
                 || log.contains("ERROR: Cannot read image: " + data.images + "/b.png"));
     }
     QMap<QString, QByteArray> after = contents(data.images);
     after.remove("annotations/label_colors.json");
     QCOMPARE(after, before); // no annotation file written or changed
-    QCOMPARE(labelNames(w.labels), labels);
-    QCOMPARE(log.last(), lastLog);
+    QCOMPARE(labelNames(w.labels), row.labels);
+    QCOMPARE(log.last(), row.lastLog);
     QCOMPARE(log.contains(QString("ERROR: Inference failed on %1/d.png (RuntimeError: CUDA error: an illegal memory "
-                                  "access was encountered)").arg(data.images)), lastLog == "Process exited with code 1.");
-    for (int row = 0; row < 4; ++row)
-        QCOMPARE(w.imageList->delegate->rowMarked(row), sidecars.join(' ').contains(QString("abcd")[row] + QString(":")));
-    QCOMPARE(w.canvas->proposals().size(), sidecars.join(' ').startsWith("a:") ? 1 : 0);
+                                  "access was encountered)").arg(data.images)), row.lastLog == "Process exited with code 1.");
+    for (int i = 0; i < 4; ++i)
+        QCOMPARE(w.imageList->delegate->rowMarked(i), row.sidecars.join(' ').contains(QString("abcd")[i] + QString(":")));
+    QCOMPARE(w.canvas->proposals().size(), row.sidecars.join(' ').startsWith("a:") ? 1 : 0);
     QVERIFY(w.images[0].boxes.isEmpty()); // proposals are not shapes
 }
 
@@ -512,66 +461,6 @@ void TestPrelabel::review()
     QCOMPARE(w.imageList->delegate->rowMarked(0), !proposals.isEmpty());
     QVERIFY(!w.imageList->delegate->rowMarked(1));
     QVERIFY(w.imageList->delegate->rowMarked(2));
-}
-
-void TestPrelabel::exportsIgnoreProposals_data()
-{
-    QTest::addColumn<QString>("action");
-    for (const char* action : {"exportYoloAction", "exportCocoAction", "exportDotaAction", "exportCsvAction",
-                               "exportObjectNamesAction", "exportSplitAction", "bboxesToKeyPointsAction",
-                               "exportCollageAction", "renameLabelAction"})
-        QTest::newRow(action) << action;
-}
-
-// A command run with open proposals on every image writes the same bytes as without them,
-// and leaves the proposals as they were.
-void TestPrelabel::exportsIgnoreProposals()
-{
-    QFETCH(QString, action);
-    Dataset data({"a:", "b:"});
-    ImageAnnotations a = image(data.images + "/a.png", 160, 120, {box("object", 1, 1, 5, 5)});
-    a.xmlPath = data.annotations + "/a.xml";
-    QVERIFY(VocXml::save(a, "images"));
-    const QString sidecars = data.annotations + "/.proposals";
-    QList<QMap<QString, QByteArray>> written;
-    for (bool withProposals : {true, false}) {
-        QDir(sidecars).removeRecursively();
-        QDir(data.images + "/key_points").removeRecursively();
-        VocXml::save(a, "images");
-        writeFile(data.annotations + "/label_colors.json",
-                  R"([{"name": "object", "color": "#00dcdc"}, {"name": "car", "color": "#ff6464"}])");
-        if (withProposals) {
-            data.writeProposals("a", {proposal("car", 0.8, 60)});
-            data.writeProposals("b", {proposal("car", 0.8, 60)});
-        }
-        const QMap<QString, QByteArray> proposals = contents(sidecars), before = contents(data.images);
-        ScriptedPrompts prompts;
-        const QString out = data.path(withProposals ? "with" : "without");
-        QDir().mkpath(out);
-        prompts.directoryAnswers << out;
-        prompts.saveFileAnswers << out + "/out.png";
-        prompts.questionAnswers << QMessageBox::Yes;
-        prompts.dialogHandler = [](QDialog* d) { // defaults, except: the collage in order, car renamed
-            if (auto* random = d->findChild<QCheckBox*>("collageRandomCheck"))
-                random->setChecked(false);
-            if (auto* label = d->findChild<QComboBox*>("renameLabelCombo")) {
-                label->setCurrentText("car");
-                d->findChild<QLineEdit*>("newLabelNameEdit")->setText("vehicle");
-            }
-            return int(QDialog::Accepted);
-        };
-        MainWindow w;
-        QVERIFY(w.openDataset(data.images));
-        QTRY_VERIFY(w.scanIndex >= w.images.size());
-        QCOMPARE(w.canvas->proposals().size(), withProposals ? 1 : 0);
-        w.findChild<QAction*>(action)->trigger();
-        w.proposalReview->store().flush();
-        QCOMPARE(contents(sidecars), proposals);
-        written << contents(out);
-        written.last().insert(contents(data.images)); // the annotations, the converted ones
-        QVERIFY(written.last() != before); // the command did its work
-    }
-    QCOMPARE(written[0], written[1]);
 }
 
 QTEST_MAIN(TestPrelabel)

@@ -88,8 +88,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("liveStatus");
         const QString drawn = "Drawing: (20, 10) to (89, 59)  |  Size: 70 x 50 px";
         QTest::newRow("bounding box") << 0 << ShapeType::BoundingBox << drawn;
-        QTest::newRow("line") << 2 << ShapeType::Line << drawn;
-        QTest::newRow("rotated box") << 4 << ShapeType::RotatedBox << drawn;
         // The second entry of an ellipse holds the semi-axes (35, 25).
         QTest::newRow("ellipse") << 6 << ShapeType::Ellipse << "Drawing: (35, 25) to (54, 34)  |  Size: 20 x 10 px";
     }
@@ -233,9 +231,6 @@ private Q_SLOTS:
         QTest::newRow("list: PageDown") << "list" << false << 0 << int(Qt::Key_PageDown) << 0 << 1 << 1.0;
         QTest::newRow("list: F after zooming") << "list" << false << 0 << int(Qt::Key_F) << 0 << 0 << 1.0;
         QTest::newRow("panel: PageUp") << "panel" << false << 2 << int(Qt::Key_PageUp) << 0 << 1 << 1.0;
-        QTest::newRow("list: Down") << "list" << false << 1 << int(Qt::Key_Down) << 0 << 2 << 1.0;
-        QTest::newRow("list: Right at the last") << "list" << false << 2 << int(Qt::Key_Right) << 0 << 2 << 1.0;
-        QTest::newRow("list: Up") << "list" << false << 2 << int(Qt::Key_Up) << 0 << 1 << 1.0;
         QTest::newRow("list: Left") << "list" << false << 1 << int(Qt::Key_Left) << 0 << 0 << 1.0;
         QTest::newRow("list: plus") << "list" << false << 1 << int(Qt::Key_Plus) << 0 << 1 << 1.25;
         QTest::newRow("panel: minus") << "panel" << false << 1 << int(Qt::Key_Minus) << 0 << 1 << 0.8;

@@ -11,17 +11,16 @@
 
 #include "app/mainwindow.h"
 #include "labels/labelsdialog.h"
-#include "app/sessiontestutil.h"
 #include "model/proposals.h"
 #include "model/vocxml.h"
 #include "support/fulldisk.h"
-#include "support/scriptedprompts.h"
+#include "support/sessionfixture.h"
 
 // The window against hostile files and failing disks: a failed write is never shown as
 // saved, nothing outside the dataset is touched, special files neither hang nor fill the
-// memory, other programs' versions are kept, broken files are told about and walked past.
+// memory, other programs' versions are kept, broken files are walked past.
 
-using namespace sessiontest;
+using namespace sessionfx;
 
 namespace {
 
@@ -55,35 +54,36 @@ private Q_SLOTS:
     // Before: the file was emptied, the status read "- saved", quitting lost the edit.
     void failedWriteIsNotSaved()
     {
-        QTemporaryDir dir;
-        const QByteArray old = makeDataset(dir, {"a.png"});
-        ScriptedPrompts prompts;
-        prompts.chooseAnswers << -1 << 0; // first Cancel, then "Quit without saving"
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
-        const QString colours = dir.filePath("annotations/label_colors.json");
+        Session s;
+        const QByteArray old = makeDataset(s.dir, {"a.png"});
+        s.prompts.chooseAnswers << -1 << 0; // first Cancel, then "Quit without saving"
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        QTRY_VERIFY_WITH_TIMEOUT(scanDone(s.w), 5000);
+        const QString colours = s.path("annotations/label_colors.json");
         const QByteArray oldColours = readBytes(colours);
         const QStringList seen = QString::fromUtf8(inChildWithFullDisk([&] {
-            editShapes(w, {box("ours", 1, 1, 4, 4), box("new", 2, 2, 6, 5)});
-            QStringList out{prompts.last().text, status(w), w.images[0].dirty ? "dirty" : "clean"};
-            out << (w.close() ? "closed" : "open") << prompts.last().text;
-            out << (w.close() ? "closed" : "open");
-            w.saveLabelConfig();
-            out << note(w);
+            editShapes(s.w, {box("ours", 1, 1, 4, 4), box("new", 2, 2, 6, 5)});
+            QStringList out{s.prompts.last().text, status(s.w), s.w.images[0].dirty ? "dirty" : "clean"};
+            editShapes(s.w, {box("ours", 1, 1, 4, 4)}); // each attempt is told again
+            out << QString::number(s.prompts.callsOf("warning").size());
+            out << (s.w.close() ? "closed" : "open") << s.prompts.last().text;
+            out << (s.w.close() ? "closed" : "open");
+            s.w.saveLabelConfig();
+            out << note(s.w);
             return out.join("\n--\n").toUtf8();
         }, 16)).split("\n--\n");
-        QCOMPARE(seen.size(), 7);
-        QVERIFY2(seen[6].contains("Could not write label_colors.json: File too large"), qPrintable(seen[6]));
+        QCOMPARE(seen.size(), 8);
+        QVERIFY2(seen[7].contains("Could not write label_colors.json: File too large"), qPrintable(seen[7]));
         QCOMPARE(readBytes(colours), oldColours);
         QVERIFY(oldColours.contains("\"ours\""));
-        QCOMPARE(seen[0], "Could not write:\n" + w.images[0].xmlPath + "\nFile too large");
+        QCOMPARE(seen[0], "Could not write:\n" + s.w.images[0].xmlPath + "\nFile too large");
         QCOMPARE(seen[1], imageStatus(1, 1, "a.png", 8, 6, 2).replace("- saved", "- NOT saved"));
         QCOMPARE(seen[2], QStringLiteral("dirty"));
-        QCOMPARE(seen[3], QStringLiteral("open"));
-        QVERIFY2(seen[4].startsWith("The annotation files of 1 image(s) could not be written"), qPrintable(seen[4]));
-        QCOMPARE(seen[5], QStringLiteral("closed"));
-        QCOMPARE(readBytes(w.images[0].xmlPath), old);
+        QCOMPARE(seen[3], QStringLiteral("2"));
+        QCOMPARE(seen[4], QStringLiteral("open"));
+        QVERIFY2(seen[5].startsWith("The annotation files of 1 image(s) could not be written"), qPrintable(seen[5]));
+        QCOMPARE(seen[6], QStringLiteral("closed"));
+        QCOMPARE(readBytes(s.w.images[0].xmlPath), old);
     }
 
     void linksLeadingOutsideAreNotWritten_data()
@@ -100,26 +100,24 @@ private Q_SLOTS:
     {
         QFETCH(bool, outside);
         QFETCH(bool, edit);
-        QTemporaryDir dir;
-        const QByteArray theirs = makeDataset(dir, {"a.png", "b.png"}, false);
-        const QString target = dir.filePath(outside ? "other/a.xml" : "annotations/kept/a.xml");
+        Session s;
+        const QByteArray theirs = makeDataset(s.dir, {"a.png", "b.png"}, false);
+        const QString target = s.path(outside ? "other/a.xml" : "annotations/kept/a.xml");
         QVERIFY(QDir().mkpath(QFileInfo(target).absolutePath()) && writeBytes(target, theirs));
-        QVERIFY(QFile::link(target, dir.filePath("annotations/a.xml")));
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        QCOMPARE(w.canvas->boxes().size(), 1);
+        QVERIFY(QFile::link(target, s.path("annotations/a.xml")));
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        QCOMPARE(s.w.canvas->boxes().size(), 1);
         if (edit)
-            editShapes(w, {box("new", 2, 2, 6, 5)});
+            editShapes(s.w, {box("new", 2, 2, 6, 5)});
         else
-            w.imageList->setCurrentRow(1);
+            s.w.imageList->setCurrentRow(1);
 
-        QVERIFY(QFileInfo(dir.filePath("annotations/a.xml")).isSymLink());
+        QVERIFY(QFileInfo(s.path("annotations/a.xml")).isSymLink());
         QCOMPARE(readBytes(target) == theirs, outside);
-        QCOMPARE(prompts.callsOf("warning").size(), outside ? 1 : 0);
+        QCOMPARE(s.prompts.callsOf("warning").size(), outside ? 1 : 0);
         if (outside)
-            QVERIFY2(prompts.last().text.contains("which lies outside " + w.annotationsFolder),
-                     qPrintable(prompts.last().text));
+            QVERIFY2(s.prompts.last().text.contains("which lies outside " + s.w.annotationsFolder),
+                     qPrintable(s.prompts.last().text));
     }
 
     void proposalSidecarWritesAreChecked_data()
@@ -191,21 +189,19 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QString, kind);
         QFETCH(QString, said);
-        QTemporaryDir dir;
-        makeDataset(dir, {"a.png"}, false);
-        const QByteArray path = QFile::encodeName(dir.filePath("annotations/" + name));
+        Session s;
+        makeDataset(s.dir, {"a.png"}, false);
+        const QByteArray path = QFile::encodeName(s.path("annotations/" + name));
         if (kind == "fifo")
             QCOMPARE(::mkfifo(path.constData(), 0644), 0);
         else if (kind == "zero")
             QVERIFY(QFile::link("/dev/zero", path));
         else if (writeBytes(QFile::decodeName(path), "[")) // then grown sparse: no disk used
             QCOMPARE(::truncate(path.constData(), kind.toLongLong() << 20), 0);
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
-        QCOMPARE(w.currentIndex, 0);
-        QVERIFY2(note(w).contains(said), qPrintable(note(w)));
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        QTRY_VERIFY_WITH_TIMEOUT(scanDone(s.w), 5000);
+        QCOMPARE(s.w.currentIndex, 0);
+        QVERIFY2(note(s.w).contains(said), qPrintable(note(s.w)));
     }
 
     void changedFilesAreKeptAsTheirs_data()
@@ -223,12 +219,10 @@ private Q_SLOTS:
     {
         QFETCH(QString, action);
         QFETCH(bool, changed);
-        QTemporaryDir dir;
-        makeDataset(dir, {"a.png", "b.png"});
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        const QString xml = w.images[0].xmlPath;
+        Session s;
+        makeDataset(s.dir, {"a.png", "b.png"});
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        const QString xml = s.w.images[0].xmlPath;
         ImageAnnotations other;
         other.boxes = {box("theirs", 1, 1, 3, 3), box("theirs too", 2, 2, 5, 5)};
         const QByteArray theirs = VocXml::toXml(other, "x");
@@ -237,18 +231,18 @@ private Q_SLOTS:
 
         const auto act = [&](const QString& what) {
             if (what == "draw")
-                editShapes(w, {box("ours", 1, 1, 4, 4), box("mine", 3, 3, 7, 5)});
+                editShapes(s.w, {box("ours", 1, 1, 4, 4), box("mine", 3, 3, 7, 5)});
             else if (what == "next")
-                w.imageList->setCurrentRow(1);
+                s.w.imageList->setCurrentRow(1);
             else
-                editShapes(w, {});
+                editShapes(s.w, {});
         };
         act(action);
         QCOMPARE(readBytes(xml + ".theirs"), changed ? theirs : QByteArray());
-        QCOMPARE(note(w).contains("a.xml was changed by another program: that version is kept as a.xml.theirs"),
+        QCOMPARE(note(s.w).contains("a.xml was changed by another program: that version is kept as a.xml.theirs"),
                  changed);
         QCOMPARE(QFile::exists(xml), action != "empty");
-        QVERIFY(prompts.calls.isEmpty());
+        QVERIFY(s.prompts.calls.isEmpty());
         if (action == "draw" && changed) {
             // A later conflict replaces the kept version; without one it stays.
             other.boxes.removeLast();
@@ -297,74 +291,42 @@ private Q_SLOTS:
     {
         QFETCH(QString, file);
         QFETCH(QString, said);
-        QTemporaryDir dir;
-        QVERIFY(makeImageFile(dir.filePath("a.png")));
+        Session s;
+        QVERIFY(makeImageFile(s.path("a.png")));
         if (said.isEmpty()) {
             QImage photo(7000, 5000, QImage::Format_RGB32);
             photo.fill(Qt::darkGreen);
-            QVERIFY(photo.save(dir.filePath(file), "JPEG", 50));
+            QVERIFY(photo.save(s.path(file), "JPEG", 50));
         } else {
-            QVERIFY(QFile::copy(QStringLiteral(TEST_DATA_DIR "/bomb.png"), dir.filePath(file)));
+            QVERIFY(QFile::copy(QStringLiteral(TEST_DATA_DIR "/bomb.png"), s.path(file)));
         }
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        w.imageList->setCurrentRow(1);
-        QCOMPARE(w.currentIndex, said.isEmpty() ? 1 : 0);
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        s.w.imageList->setCurrentRow(1);
+        QCOMPARE(s.w.currentIndex, said.isEmpty() ? 1 : 0);
         if (said.isEmpty()) {
-            QCOMPARE(QSize(w.images[1].width, w.images[1].height), QSize(7000, 5000));
-            QVERIFY(prompts.calls.isEmpty());
+            QCOMPARE(QSize(s.w.images[1].width, s.w.images[1].height), QSize(7000, 5000));
+            QVERIFY(s.prompts.calls.isEmpty());
         } else {
-            QCOMPARE(prompts.last().title, QStringLiteral("Load error"));
-            QVERIFY2(prompts.last().text.contains(said), qPrintable(prompts.last().text));
+            QCOMPARE(s.prompts.last().title, QStringLiteral("Load error"));
+            QVERIFY2(s.prompts.last().text.contains(said), qPrintable(s.prompts.last().text));
         }
     }
 
     // Before: Next after a "Load error" tried the broken image again, for good.
     void nextAndPreviousWalkPastBrokenImage()
     {
-        QTemporaryDir dir;
+        Session s;
         for (const char* name : {"a.png", "c.png"})
-            QVERIFY(makeImageFile(dir.filePath(name)));
-        QVERIFY(writeBytes(dir.filePath("b.png"), "not an image"));
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
+            QVERIFY(makeImageFile(s.path(name)));
+        QVERIFY(writeBytes(s.path("b.png"), "not an image"));
+        QVERIFY(s.w.openDataset(s.dir.path()));
         const QList<std::pair<const char*, int>> steps = {
             {"onNextImage", 0}, {"onNextImage", 2}, {"onPrevImage", 2}, {"onPrevImage", 0}};
         for (const auto& [slot, shown] : steps) {
-            QVERIFY(QMetaObject::invokeMethod(&w, slot));
-            QCOMPARE(w.currentIndex, shown);
+            QVERIFY(QMetaObject::invokeMethod(&s.w, slot));
+            QCOMPARE(s.w.currentIndex, shown);
         }
-        QCOMPARE(prompts.callsOf("warning").size(), 2);
-    }
-
-    void partlyReadFileIsToldOnce_data()
-    {
-        QTest::addColumn<bool>("shapeBeforeError");
-        QTest::newRow("error after the first shape") << true;
-        QTest::newRow("error before any shape") << false;
-    }
-
-    // Before: a file read only in part looked complete.
-    void partlyReadFileIsToldOnce()
-    {
-        QFETCH(bool, shapeBeforeError);
-        QTemporaryDir dir;
-        QByteArray bytes = makeDataset(dir, {"a.png", "b.png"});
-        bytes.replace(shapeBeforeError ? "</annotation>" : "<object>", "<object><name>R&D;");
-        QVERIFY(writeBytes(dir.filePath("annotations/a.xml"), bytes));
-        const int line = bytes.left(bytes.indexOf("R&D")).count('\n') + 1;
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        const QString told = QStringLiteral("a.xml has an XML error at line %1: only the %2 shape(s) before it were read")
-                                 .arg(line)
-                                 .arg(shapeBeforeError ? 1 : 0);
-        QVERIFY2(note(w).contains(told), qPrintable(note(w)));
-        w.imageList->setCurrentRow(1);
-        w.imageList->setCurrentRow(0);
-        QCOMPARE(note(w).count("a.xml has"), 1);
+        QCOMPARE(s.prompts.callsOf("warning").size(), 2);
     }
 
     void damagedColourFileIsKept_data()
@@ -378,19 +340,17 @@ private Q_SLOTS:
     void damagedColourFileIsKept()
     {
         QFETCH(QByteArray, damaged);
-        QTemporaryDir dir;
-        makeDataset(dir, {"a.png"});
-        const QString path = dir.filePath("annotations/label_colors.json");
+        Session s;
+        makeDataset(s.dir, {"a.png"});
+        const QString path = s.path("annotations/label_colors.json");
         QVERIFY(writeBytes(path, damaged));
-        ScriptedPrompts prompts;
-        MainWindow w;
-        QVERIFY(w.openDataset(dir.path()));
-        QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        QTRY_VERIFY_WITH_TIMEOUT(scanDone(s.w), 5000);
         QCOMPARE(readBytes(path + ".orig"), damaged);
         QVERIFY(readBytes(path).startsWith("[\n    {\n        \"color\": \"#00dcdc\""));
-        QVERIFY2(note(w).contains("label_colors.json.orig"), qPrintable(note(w)));
-        w.saveLabelConfig();
-        QCOMPARE(QDir(dir.filePath("annotations")).entryList({"label_colors*"}).size(), 2);
+        QVERIFY2(note(s.w).contains("label_colors.json.orig"), qPrintable(note(s.w)));
+        s.w.saveLabelConfig();
+        QCOMPARE(QDir(s.path("annotations")).entryList({"label_colors*"}).size(), 2);
     }
 };
 

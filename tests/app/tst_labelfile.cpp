@@ -8,9 +8,9 @@
 #include "app/mainwindow.h"
 #include "app/sessiontestutil.h"
 #include "model/vocxml.h"
-#include "support/scriptedprompts.h"
+#include "support/sessionfixture.h"
 
-using namespace sessiontest;
+using namespace sessionfx;
 
 namespace {
 
@@ -67,17 +67,15 @@ void TestLabelFile::merge()
 {
     QFETCH(QByteArray, file);
     QFETCH(QString, labels);
-    QTemporaryDir dir;
-    const QString colours = dir.filePath("annotations/label_colors.json");
-    QVERIFY(writeImage(dir.filePath("a.png")) && QDir().mkpath(dir.filePath("annotations")) && writeBytes(colours, file));
-    ScriptedPrompts prompts;
-    MainWindow w;
-    QVERIFY(w.openDataset(dir.path()));
-    QCOMPARE(describe(w.labels), "object=#ff00dcdc" + labels);
-    QCOMPARE(w.classCombo->count(), w.labels.size());
-    QVERIFY(prompts.calls.isEmpty());
-    QTRY_VERIFY_WITH_TIMEOUT(scanDone(w), 5000);
-    QCOMPARE(fileLabels(colours), describe(w.labels).replace("=#80", "=#ff"));
+    Session s;
+    const QString colours = s.path("annotations/label_colors.json");
+    QVERIFY(writeImage(s.path("a.png")) && QDir().mkpath(s.path("annotations")) && writeBytes(colours, file));
+    QVERIFY(s.w.openDataset(s.dir.path()));
+    QCOMPARE(describe(s.w.labels), "object=#ff00dcdc" + labels);
+    QCOMPARE(s.w.classCombo->count(), s.w.labels.size());
+    QVERIFY(s.prompts.calls.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(scanDone(s.w), 5000);
+    QCOMPARE(fileLabels(colours), describe(s.w.labels).replace("=#80", "=#ff"));
 }
 
 // Labels of one dataset stay when the next opens (its colours do not replace theirs); the

@@ -10,7 +10,7 @@
 #include "app/sessiontestutil.h"
 #include "canvas/imagecanvas.h"
 #include "model/vocxml.h"
-#include "support/scriptedprompts.h"
+#include "support/sessionfixture.h"
 #include "training/checkdialog.h"
 #include "training/trainingexportdialog.h"
 
@@ -18,7 +18,7 @@
 // sees a file never opened, its table opens the image with the shape selected; the export
 // says what it will clip before writing.
 
-using namespace sessiontest;
+using namespace sessionfx;
 
 namespace {
 
@@ -42,68 +42,61 @@ void makeDataset(const QTemporaryDir& dir)
 class TestTrainingCommands : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void checkListsProblemsAndOpensTheShape();
-    void exportForTrainingPreviewsThenWrites_data();
-    void exportForTrainingPreviewsThenWrites();
+    void checkListsProblemsAndOpensTheShape()
+    {
+        Session s;
+        makeDataset(s.dir);
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        QCOMPARE(s.w.currentIndex, 0);
+        s.w.findChild<QAction*>("checkDatasetAction")->trigger();
+        QVERIFY(s.w.checkDialog && s.w.checkDialog->isVisible());
+        QTableView* table = s.w.checkDialog->table();
+        QCOMPARE(table->model()->rowCount(), 1);
+        const QString row = table->model()->index(0, 0).data().toString() + '|'
+            + table->model()->index(0, 1).data().toString() + '|' + table->model()->index(0, 2).data().toString();
+        QCOMPARE(row, QStringLiteral("warning|outside|b.png"));
+
+        Q_EMIT table->activated(table->model()->index(0, 1));
+        QCOMPARE(s.w.currentIndex, 1);
+        QCOMPARE(s.w.canvas->selectedIndex(), 1);
+        QVERIFY(s.prompts.calls.isEmpty());
+    }
+
+    void exportForTrainingPreviewsThenWrites_data()
+    {
+        QTest::addColumn<int>("answer"); // 0 Export, 1 Cancel
+        QTest::newRow("export") << 0;
+        QTest::newRow("cancel after the preview") << 1;
+    }
+
+    void exportForTrainingPreviewsThenWrites()
+    {
+        QFETCH(int, answer);
+        Session s;
+        QTemporaryDir out;
+        makeDataset(s.dir);
+        s.prompts.dialogHandler = [&](QDialog* dialog) {
+            auto* combo = dialog->findChild<QComboBox*>("layoutCombo");
+            combo->setCurrentIndex(combo->findData("ultralytics-detect"));
+            dialog->findChild<QLineEdit*>("folderEdit")->setText(out.path());
+            return int(QDialog::Accepted);
+        };
+        s.prompts.chooseAnswers << answer;
+        QVERIFY(s.w.openDataset(s.dir.path()));
+        s.w.findChild<QAction*>("exportForTrainingAction")->trigger();
+
+        const QList<ScriptedPrompts::Call> questions = s.prompts.callsOf("choose");
+        QCOMPARE(questions.size(), 1);
+        QVERIFY2(questions.first().text.contains("The check found 0 errors and 1 warning"), qPrintable(questions.first().text));
+        QVERIFY2(questions.first().text.contains("2 shapes written, 1 of them clipped"), qPrintable(questions.first().text));
+        QCOMPARE(QDir(out.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).isEmpty(), answer != 0);
+        if (answer != 0)
+            return;
+        QCOMPARE(s.prompts.last().title, QStringLiteral("Export complete"));
+        QCOMPARE(readBytes(out.filePath("labels/train/b.txt")).count('\n') + readBytes(out.filePath("labels/val/b.txt")).count('\n'), 2);
+        QVERIFY(readBytes(out.filePath("data.yaml")).contains("\"car\""));
+    }
 };
-
-void TestTrainingCommands::checkListsProblemsAndOpensTheShape()
-{
-    QTemporaryDir dir;
-    makeDataset(dir);
-    ScriptedPrompts prompts;
-    MainWindow w;
-    QVERIFY(w.openDataset(dir.path()));
-    QCOMPARE(w.currentIndex, 0);
-    w.findChild<QAction*>("checkDatasetAction")->trigger();
-    QVERIFY(w.checkDialog && w.checkDialog->isVisible());
-    QTableView* table = w.checkDialog->table();
-    QCOMPARE(table->model()->rowCount(), 1);
-    const QString row = table->model()->index(0, 0).data().toString() + '|'
-        + table->model()->index(0, 1).data().toString() + '|' + table->model()->index(0, 2).data().toString();
-    QCOMPARE(row, QStringLiteral("warning|outside|b.png"));
-
-    Q_EMIT table->activated(table->model()->index(0, 1));
-    QCOMPARE(w.currentIndex, 1);
-    QCOMPARE(w.canvas->selectedIndex(), 1);
-    QVERIFY(prompts.calls.isEmpty());
-}
-
-void TestTrainingCommands::exportForTrainingPreviewsThenWrites_data()
-{
-    QTest::addColumn<int>("answer"); // 0 Export, 1 Cancel
-    QTest::newRow("export") << 0;
-    QTest::newRow("cancel after the preview") << 1;
-}
-
-void TestTrainingCommands::exportForTrainingPreviewsThenWrites()
-{
-    QFETCH(int, answer);
-    QTemporaryDir dir, out;
-    makeDataset(dir);
-    ScriptedPrompts prompts;
-    prompts.dialogHandler = [&](QDialog* dialog) {
-        auto* combo = dialog->findChild<QComboBox*>("layoutCombo");
-        combo->setCurrentIndex(combo->findData("ultralytics-detect"));
-        dialog->findChild<QLineEdit*>("folderEdit")->setText(out.path());
-        return int(QDialog::Accepted);
-    };
-    prompts.chooseAnswers << answer;
-    MainWindow w;
-    QVERIFY(w.openDataset(dir.path()));
-    w.findChild<QAction*>("exportForTrainingAction")->trigger();
-
-    const QList<ScriptedPrompts::Call> questions = prompts.callsOf("choose");
-    QCOMPARE(questions.size(), 1);
-    QVERIFY2(questions.first().text.contains("The check found 0 errors and 1 warning"), qPrintable(questions.first().text));
-    QVERIFY2(questions.first().text.contains("2 shapes written, 1 of them clipped"), qPrintable(questions.first().text));
-    QCOMPARE(QDir(out.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).isEmpty(), answer != 0);
-    if (answer != 0)
-        return;
-    QCOMPARE(prompts.last().title, QStringLiteral("Export complete"));
-    QCOMPARE(readBytes(out.filePath("labels/train/b.txt")).count('\n') + readBytes(out.filePath("labels/val/b.txt")).count('\n'), 2);
-    QVERIFY(readBytes(out.filePath("data.yaml")).contains("\"car\""));
-}
 
 QTEST_MAIN(TestTrainingCommands)
 #include "tst_trainingcommands.moc"

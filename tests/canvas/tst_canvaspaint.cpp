@@ -304,10 +304,8 @@ private Q_SLOTS:
     {
         // selection: -1 none, 0 or 1 that shape, 2 all
         columns<int>("selection");
-        QTest::newRow("nothing selected") << -1;
-        QTest::newRow("first selected") << 0;
-        QTest::newRow("second selected") << 1;
-        QTest::newRow("all selected") << 2;
+        for (int selection : {-1, 0, 1, 2})
+            QTest::addRow("selection %d", selection) << selection;
     }
     void badgesFollowSelection()
     {

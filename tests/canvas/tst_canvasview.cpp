@@ -17,10 +17,7 @@ class TestCanvasView : public QObject {
         d->log.clear();
         return true;
     }
-    static bool near(const QPointF& a, const QPointF& b, double eps = 1e-6)
-    {
-        return std::abs(a.x() - b.x()) < eps && std::abs(a.y() - b.y()) < eps;
-    }
+    static bool near(const QPointF& a, const QPointF& b, double eps = 1e-6) { return nearPoints({a}, {b}, eps); }
 
 private Q_SLOTS:
     void init()

@@ -39,10 +39,7 @@ class TestConverterRules : public QObject {
 private Q_SLOTS:
     void imageSize_data()
     {
-        QTest::addColumn<QString>("fileName");
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QSize>("stored");
-        QTest::addColumn<QSize>("expected");
+        columns<QString, QByteArray, QSize, QSize>("fileName", "bytes", "stored", "expected");
         const QByteArray png = encoded(30, 20, "PNG");
         const QSize none(0, 0);
         QTest::newRow("png") << "a.png" << png << none << QSize(30, 20);
@@ -65,10 +62,7 @@ private Q_SLOTS:
 
     void imageSize()
     {
-        QFETCH(QString, fileName);
-        QFETCH(QByteArray, bytes);
-        QFETCH(QSize, stored);
-        QFETCH(QSize, expected);
+        auto [fileName, bytes, stored, expected] = row<QString, QByteArray, QSize, QSize>("fileName", "bytes", "stored", "expected");
         QTemporaryDir dir;
         QVERIFY(writeFile(dir.filePath(fileName), bytes));
         const ImageAnnotations record = image(dir.filePath(fileName), stored.width(), stored.height());
@@ -80,8 +74,8 @@ private Q_SLOTS:
 
     void clamp_data()
     {
-        QTest::addColumn<QRect>("input");
-        QTest::addColumn<QRect>("expected"); // in a 640 x 480 image
+        // expected: in a 640 x 480 image
+        columns<QRect, QRect>("input", "expected");
         const auto rect = [](int l, int t, int r, int b) { return QRect(QPoint(l, t), QPoint(r, b)); };
         QTest::newRow("inside") << rect(10, 20, 30, 40) << rect(10, 20, 30, 40);
         QTest::newRow("over the edges") << rect(-5, -7, 700, 500) << rect(0, 0, 639, 479);
@@ -95,19 +89,18 @@ private Q_SLOTS:
 
     void clamp()
     {
-        QFETCH(QRect, input);
-        QFETCH(QRect, expected);
+        auto [input, expected] = row<QRect, QRect>("input", "expected");
         const QRect r = clampToImage(input, 640, 480);
         QCOMPARE(QList<QPoint>({r.topLeft(), r.bottomRight()}), QList<QPoint>({expected.topLeft(), expected.bottomRight()}));
     }
 
     void numbers_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<double>("number");  // parseNumber
-        QTest::addColumn<int>("integer");    // parseInt
-        QTest::addColumn<int>("rounded");    // toIntSafe(number)
-        QTest::addColumn<int>("truncated");  // truncSafe(number)
+        // number: parseNumber
+        // integer: parseInt
+        // rounded: toIntSafe(number)
+        // truncated: truncSafe(number)
+        columns<QString, double, int, int, int>("text", "number", "integer", "rounded", "truncated");
         QTest::newRow("int") << "42" << 42.0 << 42 << 42 << 42;
         QTest::newRow("negative") << "-3" << -3.0 << -3 << -3 << -3;
         QTest::newRow("2.5") << "2.5" << 2.5 << 0 << 3 << 2;
@@ -132,11 +125,7 @@ private Q_SLOTS:
 
     void numbers()
     {
-        QFETCH(QString, text);
-        QFETCH(double, number);
-        QFETCH(int, integer);
-        QFETCH(int, rounded);
-        QFETCH(int, truncated);
+        auto [text, number, integer, rounded, truncated] = row<QString, double, int, int, int>("text", "number", "integer", "rounded", "truncated");
         QCOMPARE(parseNumber(text), number);
         QCOMPARE(parseInt(text), integer);
         QCOMPARE(toIntSafe(number), rounded);

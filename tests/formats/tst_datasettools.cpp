@@ -31,9 +31,7 @@ class TestDatasetTools : public QObject {
 private Q_SLOTS:
     void splitCopiesByTrainCount_data()
     {
-        QTest::addColumn<int>("images");
-        QTest::addColumn<int>("percent");
-        QTest::addColumn<int>("train");
+        columns<int, int, int>("images", "percent", "train");
         QTest::newRow("10 at 80") << 10 << 80 << 8;
         QTest::newRow("1 at 10: at least one") << 1 << 10 << 1;
         QTest::newRow("3 at 50: halves round up") << 3 << 50 << 2;
@@ -41,9 +39,7 @@ private Q_SLOTS:
 
     void splitCopiesByTrainCount()
     {
-        QFETCH(int, images);
-        QFETCH(int, percent);
-        QFETCH(int, train);
+        auto [images, percent, train] = row<int, int, int>("images", "percent", "train");
         QTemporaryDir src, out;
         QList<ImageAnnotations> records;
         for (int i = 0; i < images; ++i) {
@@ -148,10 +144,8 @@ private Q_SLOTS:
 
     void collageCellPlacement_data()
     {
-        QTest::addColumn<QSize>("imageSize");
-        QTest::addColumn<BoxAnnotation>("annotation");
-        QTest::addColumn<QRect>("drawn");
-        QTest::addColumn<double>("edge"); // where 200 black columns end in the collage; 0: none
+        // edge: where 200 black columns end in the collage; 0: none
+        columns<QSize, BoxAnnotation, QRect, double>("imageSize", "annotation", "drawn", "edge");
         // Crops that are the whole image: scaled to fit the cell and centred in it.
         QTest::newRow("640x512 fills the cell") << QSize(640, 512) << box("a", 0, 0, 639, 511) << QRect(8, 8, 1280, 1024) << 0.0;
         QTest::newRow("200x400 centred") << QSize(200, 400) << box("a", 0, 0, 199, 399) << QRect(8 + 384, 8, 512, 1024) << 0.0;
@@ -167,10 +161,7 @@ private Q_SLOTS:
 
     void collageCellPlacement()
     {
-        QFETCH(QSize, imageSize);
-        QFETCH(BoxAnnotation, annotation);
-        QFETCH(QRect, drawn);
-        QFETCH(double, edge);
+        auto [imageSize, annotation, drawn, edge] = row<QSize, BoxAnnotation, QRect, double>("imageSize", "annotation", "drawn", "edge");
         QTemporaryDir dir;
         const QString name = imageSize.width() > 2000 ? "a.jpg" : "a.png";
         QVERIFY(saveImage(dir.filePath(name), imageSize.width(), imageSize.height(), edge > 0 ? 200 : 0));
@@ -229,10 +220,8 @@ private Q_SLOTS:
 
     void collageCancelOrFailureWritesNothing_data()
     {
-        QTest::addColumn<int>("stopAt");
-        QTest::addColumn<QString>("target");
-        QTest::addColumn<QString>("message"); // how the message starts
-        QTest::addColumn<int>("images");
+        // message: how the message starts
+        columns<int, QString, QString, int>("stopAt", "target", "message", "images");
         QTest::newRow("cancel after the first image") << 1 << "out.png" << "Export cancelled by user." << 2;
         QTest::newRow("folder missing") << 0 << "no/such/out.png" << "Could not save collage to:\n%1/no/such/out.png" << 2;
         QTest::newRow("canvas too large") << 0 << "out.png" << "A collage of 40000 images would be 257608 x 206408 pixels "
@@ -241,10 +230,7 @@ private Q_SLOTS:
 
     void collageCancelOrFailureWritesNothing()
     {
-        QFETCH(int, stopAt);
-        QFETCH(QString, target);
-        QFETCH(QString, message);
-        QFETCH(int, images);
+        auto [stopAt, target, message, images] = row<int, QString, QString, int>("stopAt", "target", "message", "images");
         QTemporaryDir dir;
         QVERIFY(saveImage(dir.filePath("a.png"), 32, 32));
         QList<ImageAnnotations> records;

@@ -1,34 +1,19 @@
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include "formats/exportimport.h"
 #include "model/atomicbatch.h"
 #include "model/labelcolorfile.h"
 #include "model/vocxml.h"
+#include "support/corefiles.h"
 #include "support/fulldisk.h"
-#include "support/records.h"
 
 // Files from elsewhere and disks that fail: a write that fails leaves the old file as it
 // was and says why; a name read from any file is one line.
 
 namespace {
-
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
-bool writeAll(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
 
 const QString kLongName = QStringLiteral("a label long enough that one line is past the limit");
 
@@ -40,8 +25,8 @@ class TestHostileInput : public QObject {
 private Q_SLOTS:
     void failedWriteKeepsOldFile_data()
     {
-        QTest::addColumn<QString>("writer");
-        QTest::addColumn<QString>("target"); // relative to the output folder
+        // target: relative to the output folder
+        columns<QString, QString>("writer", "target");
         for (const char* writer : {"annotation file", "batch", "COCO", "CSV", "class names", "collage"})
             QTest::newRow(writer) << writer << "out.file";
         QTest::newRow("YOLO") << "YOLO" << "classes.txt";
@@ -52,15 +37,12 @@ private Q_SLOTS:
     // Before: the file was cut to what fitted and the write reported success.
     void failedWriteKeepsOldFile()
     {
-        QFETCH(QString, writer);
-        QFETCH(QString, target);
+        auto [writer, target] = row<QString, QString>("writer", "target");
         QTemporaryDir dir;
         const QString path = dir.filePath(target);
         QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
-        QVERIFY(writeAll(path, "old\n"));
-        QImage picture(64, 48, QImage::Format_RGB32);
-        picture.fill(Qt::white);
-        QVERIFY(picture.save(dir.filePath("img.png")));
+        QVERIFY(writeFile(path, "old\n"));
+        QVERIFY(saveImage(dir.filePath("img.png"), 64, 48));
         const QList<ImageAnnotations> images{image(dir.filePath("img.png"), 64, 48, {box(kLongName, 1, 2, 30, 40)})};
         const QList<LabelDef> labels{{kLongName, Qt::red}};
 
@@ -101,8 +83,7 @@ private Q_SLOTS:
 
     void namesAreOneLine_data()
     {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<QByteArray>("bytes");
+        columns<QString, QByteArray>("source", "bytes");
         QTest::newRow("annotation file") << "xml" << QByteArray("<annotation><object><name>a&#10;b</name>"
                                                                 "<bndbox><xmin>1</xmin></bndbox></object></annotation>");
         QTest::newRow("label colour file") << "colours" << QByteArray("[{\"name\": \"a\\nb\", \"color\": \"#ff0000\"}]");
@@ -115,11 +96,10 @@ private Q_SLOTS:
     // Before: a line break in a name split classes.txt and shifted every class after it.
     void namesAreOneLine()
     {
-        QFETCH(QString, source);
-        QFETCH(QByteArray, bytes);
+        auto [source, bytes] = row<QString, QByteArray>("source", "bytes");
         QTemporaryDir dir;
         const QString file = dir.filePath(source == "yolo" ? "classes.txt" : "input");
-        QVERIFY(writeAll(file, bytes));
+        QVERIFY(writeFile(file, bytes));
         QList<ImageAnnotations> images{image(dir.filePath("img.png"), 10, 10)};
         QList<LabelDef> labels;
         if (source == "xml") {
@@ -136,7 +116,7 @@ private Q_SLOTS:
         } else if (source == "names") {
             ExportImport::importObjectNames(labels, file);
         } else {
-            QVERIFY(writeAll(dir.filePath("img.txt"), "0 0.5 0.5 0.2 0.2\n"));
+            QVERIFY(writeFile(dir.filePath("img.txt"), "0 0.5 0.5 0.2 0.2\n"));
             ExportImport::importYolo(images, labels, dir.path());
         }
         QCOMPARE(labelNames(labels), QStringList{source == "coco" ? "a  b" : "a b"});
@@ -146,8 +126,7 @@ private Q_SLOTS:
 
     void dataYamlNames_data()
     {
-        QTest::addColumn<QStringList>("names");
-        QTest::addColumn<QString>("written");
+        columns<QStringList, QString>("names", "written");
         QTest::newRow("names YAML would misread")
             << QStringList{"no", "On", "null", "#1", "sign: stop", " lead", "trail ", "3d", "say \"hi\\"}
             << QStringLiteral("  - \"no\"\n  - \"On\"\n  - \"null\"\n  - \"#1\"\n  - \"sign: stop\"\n"
@@ -159,8 +138,7 @@ private Q_SLOTS:
     // Before: a name such as "download: ..." became a key of its own, one the trainer runs.
     void dataYamlNames()
     {
-        QFETCH(QStringList, names);
-        QFETCH(QString, written);
+        auto [names, written] = row<QStringList, QString>("names", "written");
         QTemporaryDir dir;
         QVERIFY(ExportImport::exportYoloPose({}, {}, names, dir.path()).ok);
         const QString yaml = dir.filePath("data.yaml");
@@ -173,10 +151,7 @@ private Q_SLOTS:
         QVERIFY(python.waitForFinished(20000));
         if (python.exitCode() != 0)
             QSKIP("no Python with the yaml module");
-        QStringList read;
-        for (const QJsonValue& v : QJsonDocument::fromJson(python.readAllStandardOutput()).array())
-            read << v.toString();
-        QCOMPARE(read, names);
+        QCOMPARE(QJsonDocument::fromJson(python.readAllStandardOutput()).array().toVariantList(), QVariant(names).toList());
     }
 };
 

@@ -32,10 +32,8 @@ class TestTextFormats : public QObject {
 private Q_SLOTS:
     void exportLine_data()
     {
-        QTest::addColumn<QString>("format");
-        QTest::addColumn<QString>("imagePath");
-        QTest::addColumn<BoxAnnotation>("annotation");
-        QTest::addColumn<QByteArray>("line"); // for a 640 x 480 image and the labels a, b, c, b
+        // line: for a 640 x 480 image and the labels a, b, c, b
+        columns<QString, QString, BoxAnnotation, QByteArray>("format", "imagePath", "annotation", "line");
         const QString img = "/x/img.jpg";
         const double nan = std::nan("");
         QTest::newRow("yolo box of label 2") << "yolo" << img << box("c", 100, 50, 300, 250) << QByteArray("2 0.313281 0.313542 0.314063 0.418750");
@@ -75,10 +73,7 @@ private Q_SLOTS:
 
     void exportLine()
     {
-        QFETCH(QString, format);
-        QFETCH(QString, imagePath);
-        QFETCH(BoxAnnotation, annotation);
-        QFETCH(QByteArray, line);
+        auto [format, imagePath, annotation, line] = row<QString, QString, BoxAnnotation, QByteArray>("format", "imagePath", "annotation", "line");
         QTemporaryDir dir;
         const Images images{image(imagePath, 640, 480, {annotation})};
         const QList<LabelDef> labels{{"a", Qt::red}, {"b", Qt::red}, {"c", Qt::red}, {"b", Qt::red}};
@@ -164,9 +159,7 @@ private Q_SLOTS:
 
     void import_data()
     {
-        QTest::addColumn<QString>("format");
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QStringList>("boxes");
+        columns<QString, QByteArray, QStringList>("format", "content", "boxes");
         // Session: 0 = /s/img.jpg 640x480, 1 = /a/dup.png 10x10, 2 = /b/dup.png 20x20.
         const QStringList tenth{"0:car:(288,216)-(351,263)"};
         QTest::newRow("yolo centred") << "yolo" << QByteArray("0 0.5 0.5 0.25 0.25\n") << QStringList{"0:car:(240,180)-(399,299)"};
@@ -245,9 +238,7 @@ private Q_SLOTS:
 
     void import()
     {
-        QFETCH(QString, format);
-        QFETCH(QByteArray, content);
-        QFETCH(QStringList, boxes);
+        auto [format, content, boxes] = row<QString, QByteArray, QStringList>("format", "content", "boxes");
         Images images{image("/s/img.jpg", 640, 480), image("/a/dup.png", 10, 10), image("/b/dup.png", 20, 20)};
         QList<LabelDef> labels{{"object", Qt::black}, {"car", Qt::black}};
         const ExportImportResult r = importText(format, content, images, labels);
@@ -327,9 +318,8 @@ private Q_SLOTS:
 
     void sizeFromImageFile_data()
     {
-        QTest::addColumn<QString>("format");
-        QTest::addColumn<QByteArray>("content"); // for the 200 x 100 image and the unreadable one
-        QTest::addColumn<QStringList>("boxes");
+        // content: for the 200 x 100 image and the unreadable one
+        columns<QString, QByteArray, QStringList>("format", "content", "boxes");
         QTest::newRow("yolo") << "yolo" << QByteArray("0 0.5 0.5 0.5 0.5\n") << QStringList{"0:class_0:(50,25)-(149,74)", "1:class_0:(0,0)-(0,0)"};
         QTest::newRow("dota") << "dota" << QByteArray("10 10 300 10 300 300 10 300 a 0\n") << QStringList{"0:a:(10,10)-(199,99)", "1:a:(10,10)-(0,0)"};
         QTest::newRow("csv") << "csv" << QByteArray("pic.png,1,1,a,10,10,300,300\ngone.png,9,9,a,10,10,300,300\n")
@@ -339,9 +329,7 @@ private Q_SLOTS:
     // A record without a size takes the size of its image file, 1 x 1 when it cannot be read.
     void sizeFromImageFile()
     {
-        QFETCH(QString, format);
-        QFETCH(QByteArray, content);
-        QFETCH(QStringList, boxes);
+        auto [format, content, boxes] = row<QString, QByteArray, QStringList>("format", "content", "boxes");
         QTemporaryDir dir;
         QVERIFY(saveImage(dir.filePath("pic.png"), 200, 100) && QDir().mkpath(dir.filePath("in")));
         Images images{image(dir.filePath("pic.png"), 0, 0), image(dir.filePath("gone.png"), 0, 7)};
@@ -372,10 +360,7 @@ private Q_SLOTS:
 
     void objectNames_data()
     {
-        QTest::addColumn<QStringList>("existing");
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QStringList>("expected");
-        QTest::addColumn<int>("skipped");
+        columns<QStringList, QByteArray, QStringList, int>("existing", "content", "expected", "skipped");
         QTest::newRow("case-insensitive duplicates") << QStringList{"car"} << QByteArray("car\nCar\ntruck\n\n") << QStringList{"car", "truck"} << 2;
         QTest::newRow("repeat within the file") << QStringList{} << QByteArray("Bus\nbus\nBUS\n") << QStringList{"Bus"} << 2;
         QTest::newRow("trimmed, blank lines ignored") << QStringList{"object"} << QByteArray("  cat \t\n\n   \n\tdog\r\n")
@@ -391,10 +376,7 @@ private Q_SLOTS:
 
     void objectNames()
     {
-        QFETCH(QStringList, existing);
-        QFETCH(QByteArray, content);
-        QFETCH(QStringList, expected);
-        QFETCH(int, skipped);
+        auto [existing, content, expected, skipped] = row<QStringList, QByteArray, QStringList, int>("existing", "content", "expected", "skipped");
         QTemporaryDir dir;
         const QString path = dir.filePath("names.txt");
         QVERIFY(writeFile(path, content));

@@ -26,11 +26,7 @@ class TestYoloPose : public QObject {
 private Q_SLOTS:
     void labelLine_data()
     {
-        QTest::addColumn<QSize>("size");
-        QTest::addColumn<Shapes>("boxes");
-        QTest::addColumn<QStringList>("classes");
-        QTest::addColumn<KeypointOrder>("order");
-        QTest::addColumn<QByteArray>("expected");
+        columns<QSize, Shapes, QStringList, KeypointOrder, QByteArray>("size", "boxes", "classes", "order", "expected");
         const QSize vga(640, 480);
         const BoxAnnotation person = box("person", 100, 100, 200, 300);
         const QStringList people{"person"};
@@ -83,11 +79,7 @@ private Q_SLOTS:
 
     void labelLine()
     {
-        QFETCH(QSize, size);
-        QFETCH(Shapes, boxes);
-        QFETCH(QStringList, classes);
-        QFETCH(KeypointOrder, order);
-        QFETCH(QByteArray, expected);
+        auto [size, boxes, classes, order, expected] = row<QSize, Shapes, QStringList, KeypointOrder, QByteArray>("size", "boxes", "classes", "order", "expected");
         QTemporaryDir dir;
         const ExportImportResult r =
             ExportImport::exportYoloPose({image("/pics/frame.jpg", size.width(), size.height(), boxes)}, order, classes, dir.path());
@@ -120,9 +112,7 @@ private Q_SLOTS:
 
     void dataYaml_data()
     {
-        QTest::addColumn<QStringList>("classes");
-        QTest::addColumn<KeypointOrder>("order");
-        QTest::addColumn<QString>("tail");
+        columns<QStringList, KeypointOrder, QString>("classes", "order", "tail");
         QTest::newRow("keypoints of the first class") << QStringList{"person", "car"} << KeypointOrder{{"person", {"head", "foot", "hand"}}, {"car", {"wheel"}}}
                                                       << QStringLiteral("  - person\n  - car\n\nkpt_shape: [3, 3]\n");
         QTest::newRow("first class with an empty order") << QStringList{"person"} << KeypointOrder{{"person", {}}}
@@ -134,9 +124,7 @@ private Q_SLOTS:
 
     void dataYaml()
     {
-        QFETCH(QStringList, classes);
-        QFETCH(KeypointOrder, order);
-        QFETCH(QString, tail);
+        auto [classes, order, tail] = row<QStringList, KeypointOrder, QString>("classes", "order", "tail");
         QTemporaryDir dir;
         const ExportImportResult r = ExportImport::exportYoloPose({}, order, classes, dir.path());
         QVERIFY(r.ok);

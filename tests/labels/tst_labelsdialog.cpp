@@ -259,27 +259,6 @@ private Q_SLOTS:
                      (QStringList{"Delete All Labels", "Delete all labels from the list?\nExisting annotation files will NOT be modified.", "Delete All", "Cancel"}));
         QVERIFY(d->isVisible());
     }
-
-    void okAndCancel_data()
-    {
-        columns<QString, int>("button", "code");
-        QTest::newRow("OK") << "okButton" << int(QDialog::Accepted);
-        QTest::newRow("Cancel") << "cancelButton" << int(QDialog::Rejected);
-    }
-    void okAndCancel()
-    {
-        auto [button, code] = row<QString, int>("button", "code");
-        prompts->colorAnswers.enqueue(QColor(9, 9, 9));
-        QVERIFY(open(three));
-        add("bus");
-        click(0, Spot::Delete);
-        click(0, Spot::Swatch);
-        QTest::mouseClick(d->findChild<QPushButton*>(button), Qt::LeftButton);
-        QVERIFY(!d->isVisible());
-        QCOMPARE(d->QDialog::result(), code);
-        // The dialog only reports; the caller decides by the result code.
-        QCOMPARE(d->result(), (QList<LabelDef>{{"car", QColor(9, 9, 9)}, three[2], {"bus", QColor(255, 200, 0)}}));
-    }
 };
 
 QTEST_MAIN(TestLabelsDialog)

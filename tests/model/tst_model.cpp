@@ -24,8 +24,7 @@ class TestModel : public QObject {
 private Q_SLOTS:
     void integerRectangle_data()
     {
-        QTest::addColumn<QList<QPointF>>("points");
-        QTest::addColumn<QRect>("expected");
+        columns<QList<QPointF>, QRect>("points", "expected");
         QTest::newRow("fractional") << QList<QPointF>{{10.7, 20.2}, {110.9, 220.0}} << corners(10, 20, 110, 220);
         QTest::newRow("reversed") << QList<QPointF>{{110.9, 220.0}, {10.7, 20.2}} << corners(10, 20, 110, 220);
         QTest::newRow("crossed") << QList<QPointF>{{110.9, 20.2}, {10.7, 220.0}} << corners(10, 20, 110, 220);
@@ -41,8 +40,7 @@ private Q_SLOTS:
 
     void integerRectangle()
     {
-        QFETCH(QList<QPointF>, points);
-        QFETCH(QRect, expected);
+        auto [points, expected] = row<QList<QPointF>, QRect>("points", "expected");
         BoxAnnotation box = shape("a", ShapeType::BoundingBox, points);
         const QRect r = box.rect();
         QCOMPARE(QList<int>({r.left(), r.top(), r.right(), r.bottom()}),
@@ -57,8 +55,7 @@ private Q_SLOTS:
 
     void boundingRectangle_data()
     {
-        QTest::addColumn<QList<QPointF>>("points");
-        QTest::addColumn<QRect>("expected");
+        columns<QList<QPointF>, QRect>("points", "expected");
         QTest::newRow("empty") << QList<QPointF>{} << QRect();
         QTest::newRow("one point has no extent") << QList<QPointF>{{3.7, 4.2}} << QRect(3, 4, 0, 0);
         // 12.1 - 0.9 = 11.2 gives width 11, although the truncated corners 0 and 12 are 12 apart.
@@ -70,18 +67,14 @@ private Q_SLOTS:
 
     void boundingRectangle()
     {
-        QFETCH(QList<QPointF>, points);
-        QFETCH(QRect, expected);
+        auto [points, expected] = row<QList<QPointF>, QRect>("points", "expected");
         QCOMPARE(pointsBoundingRect(points), expected);
         QCOMPARE(shape("a", ShapeType::Polygon, points).boundingRect(), expected);
     }
 
     void rotatedCorners_data()
     {
-        QTest::addColumn<QPointF>("centre");
-        QTest::addColumn<QSizeF>("size");
-        QTest::addColumn<double>("angle");
-        QTest::addColumn<QList<QPointF>>("expected");
+        columns<QPointF, QSizeF, double, QList<QPointF>>("centre", "size", "angle", "expected");
         const double r = std::sqrt(2.0);
         QTest::newRow("0") << QPointF(10, 20) << QSizeF(4, 2) << 0.0 << QList<QPointF>{{8, 19}, {12, 19}, {12, 21}, {8, 21}};
         QTest::newRow("90 turns clockwise") << QPointF(0, 0) << QSizeF(4, 2) << 90.0 << QList<QPointF>{{1, -2}, {1, 2}, {-1, 2}, {-1, -2}};
@@ -92,10 +85,7 @@ private Q_SLOTS:
 
     void rotatedCorners()
     {
-        QFETCH(QPointF, centre);
-        QFETCH(QSizeF, size);
-        QFETCH(double, angle);
-        QFETCH(QList<QPointF>, expected);
+        auto [centre, size, angle, expected] = row<QPointF, QSizeF, double, QList<QPointF>>("centre", "size", "angle", "expected");
         const QList<QPointF> corners = rotatedBoxCorners(centre, size.width(), size.height(), angle);
         QCOMPARE(corners.size(), 4);
         for (int i = 0; i < 4; ++i)
@@ -144,8 +134,7 @@ private Q_SLOTS:
 
     void labelScan_data()
     {
-        QTest::addColumn<QByteArray>("xml");
-        QTest::addColumn<QStringList>("expected");
+        columns<QByteArray, QStringList>("xml", "expected");
         QTest::newRow("trimmed name inside object") << QByteArray("<a><object><name>  car \n</name></object></a>") << QStringList{"car"};
         QTest::newRow("short n element") << QByteArray("<a><object><n>bike</n></object></a>") << QStringList{"bike"};
         QTest::newRow("name inside bndbox ignored")
@@ -169,8 +158,7 @@ private Q_SLOTS:
 
     void labelScan()
     {
-        QFETCH(QByteArray, xml);
-        QFETCH(QStringList, expected);
+        auto [xml, expected] = row<QByteArray, QStringList>("xml", "expected");
         QTemporaryDir dir;
         QVERIFY(writeFile(dir.filePath("a.xml"), xml));
         QCOMPARE(scanLabelNames(dir.filePath("a.xml")), expected);

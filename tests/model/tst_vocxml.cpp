@@ -87,8 +87,8 @@ private Q_SLOTS:
 
     void writer_data()
     {
-        QTest::addColumn<BoxAnnotation>("box");
-        QTest::addColumn<QByteArray>("element"); // compact; empty: no shape element
+        // element: compact; empty: no shape element
+        columns<BoxAnnotation, QByteArray>("box", "element");
         const QByteArray p1 = pt("1.00", "2.00");
         QTest::newRow("bndbox truncated, corners ordered") << box("a", 110.9, 220.0, 10.7, 20.2)
             << QByteArray("<bndbox><xmin>10</xmin><ymin>20</ymin><xmax>110</xmax><ymax>220</ymax></bndbox>");
@@ -120,8 +120,7 @@ private Q_SLOTS:
 
     void writer()
     {
-        QFETCH(BoxAnnotation, box);
-        QFETCH(QByteArray, element);
+        auto [box, element] = row<BoxAnnotation, QByteArray>("box", "element");
         const QByteArray expected = document(object("a", shapeTypeWord(box.type), element));
         QCOMPARE(VocXml::toXml(record({box}), "images"), expected);
 
@@ -156,29 +155,18 @@ private Q_SLOTS:
 
     void numberFormats_data()
     {
-        QTest::addColumn<double>("value");
-        QTest::addColumn<QByteArray>("coordinate");
-        QTest::addColumn<QByteArray>("angle");
-        QTest::newRow("zero") << 0.0 << QByteArray("0.00") << QByteArray("0.0000");
-        QTest::newRow("negative half") << -0.5 << QByteArray("-0.50") << QByteArray("-0.5000");
+        columns<double, QByteArray, QByteArray>("value", "coordinate", "angle");
         QTest::newRow("negative zero") << -0.0 << QByteArray("0.00") << QByteArray("0.0000");
         QTest::newRow("tiny negative keeps sign") << -0.001 << QByteArray("-0.00") << QByteArray("-0.0010");
-        QTest::newRow("exact half away from zero") << 0.125 << QByteArray("0.13") << QByteArray("0.1250");
-        QTest::newRow("negative exact half") << -2.375 << QByteArray("-2.38") << QByteArray("-2.3750");
-        // 2.675 is stored as 2.67499999..., 0.00015 as 0.000149999...
-        QTest::newRow("binary value below half") << 2.675 << QByteArray("2.67") << QByteArray("2.6750");
+        // 0.00015 is stored as 0.000149999...; numbersMatchQt covers halves and ties.
         QTest::newRow("angle below half") << 0.00015 << QByteArray("0.00") << QByteArray("0.0001");
-        QTest::newRow("carry into integer part") << 9.999 << QByteArray("10.00") << QByteArray("9.9990");
-        QTest::newRow("large") << 123456789.125 << QByteArray("123456789.13") << QByteArray("123456789.1250");
         QTest::newRow("very large") << 1e20 << QByteArray("100000000000000000000.00") << QByteArray("100000000000000000000.0000");
         QTest::newRow("subnormal") << 4.9e-324 << QByteArray("0.00") << QByteArray("0.0000");
     }
 
     void numberFormats()
     {
-        QFETCH(double, value);
-        QFETCH(QByteArray, coordinate);
-        QFETCH(QByteArray, angle);
+        auto [value, coordinate, angle] = row<double, QByteArray, QByteArray>("value", "coordinate", "angle");
         const QByteArray xml = VocXml::toXml(record({shapeOf("a", ShapeType::Ellipse, {{value, 1}, {2, 3}}, value)}), "f");
         QVERIFY2(xml.contains("<cx>" + coordinate + "</cx>") && xml.contains("<angle>" + angle + "</angle>"), xml.constData());
     }
@@ -218,9 +206,7 @@ private Q_SLOTS:
 
     void reader_data()
     {
-        QTest::addColumn<QByteArray>("xml");
-        QTest::addColumn<bool>("ok");
-        QTest::addColumn<QStringList>("expected");
+        columns<QByteArray, bool, QStringList>("xml", "ok", "expected");
 
         QTest::newRow("classic VOC file") << QByteArray(R"(<annotation>
 	<folder>VOC2007</folder><filename>000005.jpg</filename>
@@ -293,9 +279,7 @@ private Q_SLOTS:
 
     void reader()
     {
-        QFETCH(QByteArray, xml);
-        QFETCH(bool, ok);
-        QFETCH(QStringList, expected);
+        auto [xml, ok, expected] = row<QByteArray, bool, QStringList>("xml", "ok", "expected");
         L boxes = {box("stale", 1, 1, 5, 5)};
         QCOMPARE(VocXml::loadFromData(xml, boxes), ok);
         QCOMPARE(describe(boxes), expected);
@@ -315,9 +299,8 @@ private Q_SLOTS:
 
     void truncatedFile_data()
     {
-        QTest::addColumn<QByteArray>("cutBefore"); // the file ends before the n-th of these
-        QTest::addColumn<int>("occurrence");
-        QTest::addColumn<int>("kept");
+        // cutBefore: the file ends before the n-th of these
+        columns<QByteArray, int, int>("cutBefore", "occurrence", "kept");
         QTest::newRow("inside the first pt") << QByteArray("<y>") << 2 << 1;
         QTest::newRow("inside the last pt") << QByteArray("<y>") << 4 << 1;
         QTest::newRow("inside the first shape") << QByteArray("<y>") << 1 << 0;
@@ -327,9 +310,7 @@ private Q_SLOTS:
 
     void truncatedFile()
     {
-        QFETCH(QByteArray, cutBefore);
-        QFETCH(int, occurrence);
-        QFETCH(int, kept);
+        auto [cutBefore, occurrence, kept] = row<QByteArray, int, int>("cutBefore", "occurrence", "kept");
         const L boxes = {shape("first", ShapeType::Keypoint, {{1, 2}}), shape("second", ShapeType::Polygon, {{1, 2}, {3, 4}, {5, 6}})};
         const QByteArray full = VocXml::toXml(record(boxes), "f");
         qsizetype at = -1;

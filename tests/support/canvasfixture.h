@@ -14,9 +14,9 @@
 
 #include <cmath>
 #include <memory>
-#include <tuple>
 
 #include "canvas/imagecanvas.h"
+#include "support/coretable.h"
 #include "support/records.h"
 
 Q_DECLARE_METATYPE(BoxAnnotation)
@@ -24,19 +24,6 @@ Q_DECLARE_METATYPE(ShapeType)
 
 using Points = QList<QPointF>;
 using Boxes = QList<BoxAnnotation>;
-
-// A data table in one line: columns<int, QString>("count", "text") in the _data()
-// function, auto [count, text] = row<int, QString>("count", "text") in the test.
-template <typename... T, typename... N>
-void columns(N... names)
-{
-    (QTest::addColumn<T>(names), ...);
-}
-template <typename... T, typename... N>
-std::tuple<T...> row(N... names)
-{
-    return std::tuple<T...>(*static_cast<T*>(QTest::qData(names, qMetaTypeId<T>()))...);
-}
 
 inline const QColor CanvasBackground(45, 45, 48);
 

@@ -11,6 +11,7 @@
 #include <QTest>
 
 #include "model/labelpalette.h"
+#include "support/coretable.h"
 #include "support/records.h"
 
 #define BYTES(literal) QByteArray(literal, sizeof(literal) - 1)
@@ -47,6 +48,20 @@ inline QStringList filesUnder(const QString& folder)
         out << QDir(folder).relativeFilePath(it.next());
     out.sort();
     return out;
+}
+
+inline BoxAnnotation ellipse(const QPointF& c, double rx, double ry, double angle = 0, const QString& label = "a")
+{
+    BoxAnnotation b = shape(label, ShapeType::Ellipse, {c, QPointF(rx, ry)});
+    b.angle = angle;
+    return b;
+}
+
+inline BoxAnnotation rotated(const QPointF& c, double w, double h, double angle, const QString& label = "a")
+{
+    BoxAnnotation b = shape(label, ShapeType::RotatedBox, rotatedBoxCorners(c, w, h, angle));
+    b.angle = angle;
+    return b;
 }
 
 // Labels with the palette colours of their positions.
