@@ -1,7 +1,7 @@
 // Timings of brindle-convert on a large dataset on disk: the export for segmentation with
-// hard-linked images (wall time, peak memory, and the shares of reading, converting and
-// writing), the check, and four shards in parallel plus the merge against the single run
-// (whose output they must equal). BENCH_IMAGES sets the dataset size (default 100,000
+// hard-linked images (wall and CPU time, peak memory, and the shares of reading,
+// converting and writing), the check, and four shards in parallel plus the merge against
+// the single run (whose output they must equal), with and without a class list. BENCH_IMAGES sets the dataset size (default 100,000
 // images, 20 shapes of mixed kinds each); BENCH_DATASET names a folder where the dataset
 // is kept and reused by later runs (made when absent). Prints "name: value" lines.
 #include <QCoreApplication>
@@ -24,16 +24,18 @@
 
 #include "formats/datasetreading.h"
 #include "model/datasetfolders.h"
+#include "model/labelpalette.h"
 #include "model/vocxml.h"
+#include "training/imageinput.h"
 #include "training/trainingexport.h"
 
 namespace {
 
 constexpr int kShapesPerImage = 20;
 
-void print(const char* name, double value, const char* unit = "")
+void print(const QByteArray& name, double value, const char* unit = "")
 {
-    std::printf("%s: %.3f%s\n", name, value, unit);
+    std::printf("%s: %.3f%s\n", name.constData(), value, unit);
     std::fflush(stdout);
 }
 
@@ -45,15 +47,38 @@ double timeMs(const std::function<void()>& work)
     return timer.nsecsElapsed() / 1e6;
 }
 
+double cpuMsOfThisProcess()
+{
+    rusage usage {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3
+        + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+}
+
+struct Usage {
+    double wallMs = 0;
+    double cpuMs = 0;
+};
+
+Usage measure(const std::function<void()>& work)
+{
+    const double cpu = cpuMsOfThisProcess();
+    Usage usage;
+    usage.wallMs = timeMs(work);
+    usage.cpuMs = cpuMsOfThisProcess() - cpu;
+    return usage;
+}
+
 // Runs the program; wall time in ms and peak RSS of the child in MB.
 struct ChildRun {
     int code = -1;
     double ms = 0;
     double peakMb = 0;
     double cpuMs = 0; // user + system: on a shared machine the wall time says little alone
+    double sysMs = 0;
 };
 
-ChildRun runChild(const QStringList& args)
+pid_t startChild(const QStringList& args)
 {
     QList<QByteArray> bytes;
     for (const QString& a : args)
@@ -62,9 +87,6 @@ ChildRun runChild(const QStringList& args)
     for (QByteArray& b : bytes)
         argv << b.data();
     argv << nullptr;
-    ChildRun run;
-    QElapsedTimer timer;
-    timer.start();
     const pid_t pid = ::fork();
     if (pid == 0) {
         const int null = ::open("/dev/null", O_WRONLY);
@@ -72,12 +94,22 @@ ChildRun runChild(const QStringList& args)
         ::execv(argv.first(), argv.data());
         ::_exit(127);
     }
+    return pid;
+}
+
+ChildRun runChild(const QStringList& args)
+{
+    ChildRun run;
+    QElapsedTimer timer;
+    timer.start();
+    const pid_t pid = startChild(args);
     int status = 0;
     rusage usage {};
     ::wait4(pid, &status, 0, &usage);
     run.ms = timer.nsecsElapsed() / 1e6;
     run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     run.peakMb = usage.ru_maxrss / 1024.0;
+    run.sysMs = usage.ru_stime.tv_sec * 1e3 + usage.ru_stime.tv_usec / 1e3;
     run.cpuMs = (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3
         + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
     return run;
@@ -173,6 +205,7 @@ int main(int argc, char** argv)
     print("export_segment_exit", single.code);
     print("export_segment_wall_s", single.ms / 1000);
     print("export_segment_cpu_s", single.cpuMs / 1000);
+    print("export_segment_sys_s", single.sysMs / 1000);
     print("export_segment_peak_rss_mb", single.peakMb);
     const QByteArray singleDigest = digest(out);
 
@@ -180,70 +213,82 @@ int main(int argc, char** argv)
     print("check_exit", check.code);
     print("check_wall_s", check.ms / 1000);
     print("check_cpu_s", check.cpuMs / 1000);
+    print("check_sys_s", check.sysMs / 1000);
     print("check_peak_rss_mb", check.peakMb);
 
-    // The shares, in this process: reading every file alone, then reading and
-    // converting without writing; writing is what the full run adds.
+    // The shares, as CPU time (steadier than wall time on a shared machine), in this
+    // process: reading every annotation file and image header as the export does, then
+    // reading and converting without writing; writing is what the full run adds.
     const QList<ImageAnnotations> records =
         DatasetFolders::records(images, annotations, DatasetFolders::listImageFiles(images));
-    const double readMs = timeMs([&] {
-        DatasetReading::readAll(records, DatasetReading::recordsToRead(records, {}), {});
+    const Usage read = measure([&] {
+        ImageInput::Request request;
+        request.scanNames = true;
+        DatasetReading::forEachOrdered<int>(
+            int(records.size()), [&](int i) { return int(ImageInput::read(records.at(i), request).shapes.size()); },
+            [](int, int&) {});
     });
-    const double convertMs = timeMs([&] {
-        QList<LabelDef> labels = {{QStringLiteral("object"), Qt::red}};
+    QList<LabelDef> labels = {LabelPalette::defaultLabel()};
+    const Usage dry = measure([&] {
         TrainingExport::Options options;
         options.layout = TrainingExport::Layout::UltralyticsSegment;
         options.outputFolder = out;
         options.scanLabels = true;
         options.dryRun = true;
         TrainingExport::run(records, labels, options);
-    }) - readMs;
-    const double writeMs = single.ms - readMs - convertMs;
-    print("share_read_pct", 100 * readMs / single.ms);
-    print("share_convert_pct", 100 * convertMs / single.ms);
-    print("share_write_pct", 100 * writeMs / single.ms);
+    });
+    print("read_wall_s", read.wallMs / 1000);
+    print("read_convert_wall_s", dry.wallMs / 1000);
+    print("share_read_cpu_pct", 100 * read.cpuMs / single.cpuMs);
+    print("share_convert_cpu_pct", 100 * (dry.cpuMs - read.cpuMs) / single.cpuMs);
+    print("share_write_cpu_pct", 100 * (single.cpuMs - dry.cpuMs) / single.cpuMs);
 
-    // Four shards at once, then the merge, into the same folder.
-    QDir(out).removeRecursively();
+    // Four shards at once, then the merge, into the same folder (the single run's output
+    // is moved aside, not deleted: creating files right after deleting as many costs the
+    // file system more than the export itself). First as the README says (--classes),
+    // then without, when every shard reads every file for the label list.
+    const QString classes = dir.filePath(QStringLiteral("classes.txt"));
+    {
+        QFile f(classes);
+        f.open(QIODevice::WriteOnly);
+        for (const LabelDef& label : std::as_const(labels))
+            f.write(label.name.toUtf8() + '\n');
+    }
     const QStringList files = DatasetFolders::listImageFiles(images);
-    QElapsedTimer shardTimer;
-    shardTimer.start();
-    QList<pid_t> pids;
     for (int s = 0; s < 4; ++s) {
-        const QString list = dir.filePath(QStringLiteral("list-%1").arg(s));
-        QFile f(list);
+        QFile f(dir.filePath(QStringLiteral("list-%1").arg(s)));
         f.open(QIODevice::WriteOnly);
         for (int i = s; i < files.size(); i += 4)
             f.write(files.at(i).toUtf8() + '\n');
-        f.close();
-        QList<QByteArray> bytes;
-        for (const QString& a : exportArgs + QStringList{QStringLiteral("--files"), list, QStringLiteral("--shard"), QString::number(s)})
-            bytes << a.toLocal8Bit();
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            QList<char*> argv;
-            for (QByteArray& b : bytes)
-                argv << b.data();
-            argv << nullptr;
-            const int null = ::open("/dev/null", O_WRONLY);
-            ::dup2(null, STDOUT_FILENO);
-            ::execv(argv.first(), argv.data());
-            ::_exit(127);
+    }
+    const auto sharded = [&](const char* name, const QStringList& extra) {
+        static int round = 0;
+        QDir().rename(out, dir.filePath(QStringLiteral("out-moved-%1").arg(round++)));
+        QElapsedTimer timer;
+        timer.start();
+        QList<pid_t> pids;
+        for (int s = 0; s < 4; ++s) {
+            const QStringList args = exportArgs + extra
+                + QStringList{QStringLiteral("--files"), dir.filePath(QStringLiteral("list-%1").arg(s)),
+                              QStringLiteral("--shard"), QString::number(s)};
+            pids << startChild(args);
         }
-        pids << pid;
-    }
-    int failures = 0;
-    for (pid_t pid : std::as_const(pids)) {
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        failures += !(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
-    const ChildRun merge = runChild({program, QStringLiteral("merge"), out});
-    const double shardedMs = shardTimer.nsecsElapsed() / 1e6;
-    print("shards_failed", failures + (merge.code != 0));
-    print("shards4_plus_merge_wall_s", shardedMs / 1000);
-    print("merge_wall_s", merge.ms / 1000);
-    print("shards4_over_single", shardedMs / single.ms);
-    print("shards_equal_single", digest(out) == singleDigest ? 1 : 0);
+        int failures = 0;
+        for (pid_t pid : std::as_const(pids)) {
+            int status = 0;
+            ::waitpid(pid, &status, 0);
+            failures += !(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        }
+        const ChildRun merge = runChild({program, QStringLiteral("merge"), out});
+        const double ms = timer.nsecsElapsed() / 1e6;
+        const QByteArray prefix = QByteArray("shards4_") + name;
+        print(prefix + "_failed", failures + (merge.code != 0));
+        print(prefix + "_plus_merge_wall_s", ms / 1000);
+        print(prefix + "_merge_wall_s", merge.ms / 1000);
+        print(prefix + "_over_single", ms / single.ms);
+        print(prefix + "_equal_single", digest(out) == singleDigest ? 1 : 0);
+    };
+    sharded("classes", {QStringLiteral("--classes"), classes});
+    sharded("scan", {});
     return 0;
 }

@@ -81,6 +81,11 @@ QStringList scanLabelNamesInData(const QByteArray& data)
     return scan(xml);
 }
 
+QStringList scanLabelNamesInTokens(PlainXmlReader& xml)
+{
+    return scan(xml);
+}
+
 QStringList scanLabelNames(const QString& xmlPath)
 {
     QByteArray bytes;

@@ -8,6 +8,7 @@
 #include "model/annotation.h"
 
 class LabelAppender;
+class PlainXmlReader;
 
 // Label names used by the shapes of one annotation XML file, in document order
 // (control characters made blanks, trimmed, empty ones left out, repeats kept). Streams
@@ -18,6 +19,8 @@ class LabelAppender;
 QStringList scanLabelNames(const QString& xmlPath);
 // The same scan over the bytes of a file already read.
 QStringList scanLabelNamesInData(const QByteArray& data);
+// The same scan over a document already tokenised (from its current token on).
+QStringList scanLabelNamesInTokens(PlainXmlReader& xml);
 
 // Adds every name of scanLabelNames(xmlPath) through the appender, or to the list with
 // the palette colour of its position. Returns the number appended.

@@ -50,7 +50,7 @@ char16_t entity(const char* name, qsizetype length)
 bool PlainXmlReader::appendText(const char* p, const char* end)
 {
     char16_t* out = reinterpret_cast<char16_t*>(m_chars.data());
-    qsizetype used = m_chars.size();
+    qsizetype used = m_used;
     while (p < end) {
         const unsigned char c = static_cast<unsigned char>(*p);
         if (c == '&') {
@@ -69,7 +69,7 @@ bool PlainXmlReader::appendText(const char* p, const char* end)
         out[used++] = c;
         ++p;
     }
-    m_chars.resize(used);
+    m_used = used;
     return true;
 }
 
@@ -81,9 +81,9 @@ bool PlainXmlReader::parse(const QByteArray& data)
     m_atEnd = false;
     m_error = false;
     // Names and decoded text never take more characters than their bytes.
-    m_chars.reserve(data.size());
-    m_chars.resize(0);
-    m_tokens.reserve(data.size() / 16); // a token per 20 to 30 bytes in files as written
+    m_chars.resize(data.size());
+    m_used = 0;
+    m_tokens.reserve(std::size_t(data.size() / 16)); // a token per 20 to 30 bytes in files as written
 
     const char* p = data.constData();
     const char* const end = p + data.size();
@@ -93,24 +93,25 @@ bool PlainXmlReader::parse(const QByteArray& data)
             break;
         }
     }
-    QList<qsizetype> open; // start tokens of the open elements
+    std::vector<qsizetype> open; // start tokens of the open elements
+    open.reserve(16);
     bool rootClosed = false;
     while (p < end) {
         if (*p != '<') {
             const char* textEnd = static_cast<const char*>(std::memchr(p, '<', end - p));
             if (!textEnd)
                 textEnd = end;
-            if (open.isEmpty()) {
+            if (open.empty()) {
                 for (; p < textEnd; ++p) {
                     if (!isSpace(*p))
                         return false;
                 }
                 continue;
             }
-            const qsizetype begin = m_chars.size();
+            const qsizetype begin = m_used;
             if (!appendText(p, textEnd))
                 return false;
-            m_tokens.append({QXmlStreamReader::Characters, begin, m_chars.size() - begin});
+            m_tokens.push_back({QXmlStreamReader::Characters, begin, m_used - begin});
             p = textEnd;
             continue;
         }
@@ -128,9 +129,10 @@ bool PlainXmlReader::parse(const QByteArray& data)
         const qsizetype length = p - name;
         ++p;
         if (closing) {
-            if (open.isEmpty())
+            if (open.empty())
                 return false;
-            const Token start = m_tokens.at(open.takeLast());
+            const Token start = m_tokens[std::size_t(open.back())];
+            open.pop_back();
             if (start.length != length)
                 return false;
             const QChar* opened = m_chars.constData() + start.begin;
@@ -138,30 +140,38 @@ bool PlainXmlReader::parse(const QByteArray& data)
                 if (opened[i] != QLatin1Char(name[i]))
                     return false;
             }
-            m_tokens.append({QXmlStreamReader::EndElement, start.begin, length});
-            rootClosed = open.isEmpty();
+            m_tokens.push_back({QXmlStreamReader::EndElement, start.begin, length});
+            rootClosed = open.empty();
         } else {
             if (rootClosed)
                 return false;
-            const qsizetype begin = m_chars.size();
+            const qsizetype begin = m_used;
             if (!appendText(name, name + length))
                 return false;
-            open.append(m_tokens.size());
-            m_tokens.append({QXmlStreamReader::StartElement, begin, length});
+            open.push_back(qsizetype(m_tokens.size()));
+            m_tokens.push_back({QXmlStreamReader::StartElement, begin, length});
         }
     }
     return rootClosed;
+}
+
+void PlainXmlReader::rewind()
+{
+    m_next = 0;
+    m_current = {QXmlStreamReader::NoToken, 0, 0};
+    m_atEnd = false;
+    m_error = false;
 }
 
 QXmlStreamReader::TokenType PlainXmlReader::readNext()
 {
     if (m_error)
         return QXmlStreamReader::Invalid;
-    if (m_next == m_tokens.size()) {
+    if (std::size_t(m_next) == m_tokens.size()) {
         m_atEnd = true;
         m_current = {QXmlStreamReader::EndDocument, 0, 0};
     } else {
-        m_current = m_tokens.at(m_next++);
+        m_current = m_tokens[std::size_t(m_next++)];
     }
     return m_current.type;
 }

@@ -6,6 +6,10 @@
 #include <QStringView>
 #include <QXmlStreamReader>
 
+#include <vector>
+
+#include "model/annotation.h"
+
 // Tokens of an XML document kept to the plain form this program writes: an optional
 // declaration as written, elements without attributes, text of printable ASCII with the
 // five predefined entities, white space between elements. Such a document is tokenised
@@ -16,6 +20,8 @@ class PlainXmlReader {
 public:
     // Tokenises the whole document; false when it is not plain and well-formed.
     bool parse(const QByteArray& data);
+    // Back to the first token, so that another reader can walk the same document.
+    void rewind();
 
     // The part of QXmlStreamReader's interface that the annotation reader uses.
     QXmlStreamReader::TokenType readNext();
@@ -34,10 +40,17 @@ private:
     QStringView current() const { return QStringView(m_chars).mid(m_current.begin, m_current.length); }
     bool appendText(const char* from, const char* to);
 
-    QString m_chars;
-    QList<Token> m_tokens;
+    QString m_chars;     // sized to the document; the first m_used characters hold text
+    qsizetype m_used = 0;
+    std::vector<Token> m_tokens;
     qsizetype m_next = 0;
     Token m_current{QXmlStreamReader::NoToken, 0, 0};
     bool m_atEnd = false;
     bool m_error = false;
 };
+
+namespace VocXml {
+// VocXml::loadFromData over a document already tokenised (from its current token on), for
+// readers that walk the same tokens more than once.
+bool loadFromTokens(PlainXmlReader& xml, QList<BoxAnnotation>& boxes);
+} // namespace VocXml

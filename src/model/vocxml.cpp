@@ -673,6 +673,12 @@ bool loadFromData(const QByteArray& data, QList<BoxAnnotation>& boxes)
     return loadWithStreamReader(data, boxes);
 }
 
+bool loadFromTokens(PlainXmlReader& xml, QList<BoxAnnotation>& boxes)
+{
+    boxes.clear();
+    return Reader(xml, boxes).run();
+}
+
 bool loadWithStreamReader(const QByteArray& data, QList<BoxAnnotation>& boxes)
 {
     boxes.clear();

@@ -1,13 +1,15 @@
 #include "training/imageinput.h"
 
 #include <QFile>
-#include <QFileInfo>
 #include <QImage>
 #include <QImageIOHandler>
 #include <QImageReader>
 #include <QXmlStreamReader>
 
+#include <sys/stat.h>
+
 #include "model/labelscan.h"
+#include "model/plainxml.h"
 #include "model/safefile.h"
 #include "model/vocxml.h"
 #include "training/imagestructure.h"
@@ -20,9 +22,12 @@ namespace {
 // of it is still read.
 constexpr qint64 kFullDecodePixels = 1000000;
 
+// The size an annotation file records, read as QXmlStreamReader would give it.
+template <typename Xml>
+QSize sizeIn(Xml& reader);
+
 void readAnnotations(const ImageAnnotations& record, const Request& request, Input& in)
 {
-    const QFileInfo info(record.xmlPath());
     const bool inMemory = !record.boxes.isEmpty();
     if (inMemory) {
         in.shapes = record.boxes;
@@ -32,35 +37,53 @@ void readAnnotations(const ImageAnnotations& record, const Request& request, Inp
                 in.scanNames.append(shape.label);
         }
     }
-    if (record.xmlPath().isEmpty() || !info.exists() || (inMemory && !request.recordedSize))
+    if (record.xmlPath().isEmpty() || (inMemory && !request.recordedSize))
         return;
     // Only regular files up to the annotation size limit are read: a FIFO or device would
     // block the reader or fill the memory.
     QByteArray data;
-    const bool opened = SafeFile::read(record.xmlPath(), SafeFile::kMaxAnnotationFileBytes, &data)
-                        == SafeFile::ReadResult::Ok;
-    if (!opened) {
+    const SafeFile::ReadResult read = SafeFile::read(record.xmlPath(), SafeFile::kMaxAnnotationFileBytes, &data);
+    if (read == SafeFile::ReadResult::Missing)
+        return;
+    if (read != SafeFile::ReadResult::Ok) {
         if (!inMemory)
             in.xml = XmlState::Unreadable;
+        return;
+    }
+    // A file in the form this program writes is tokenised once and its tokens walked by
+    // each reader in turn; any other goes through QXmlStreamReader for each.
+    PlainXmlReader plain;
+    if (plain.parse(data)) {
+        if (request.recordedSize) {
+            in.recordedSize = sizeIn(plain);
+            plain.rewind();
+        }
+        if (inMemory)
+            return;
+        in.xml = VocXml::loadFromTokens(plain, in.shapes) ? XmlState::Read : XmlState::Partial;
+        if (request.scanNames) {
+            plain.rewind();
+            in.scanNames = scanLabelNamesInTokens(plain);
+        }
         return;
     }
     if (request.recordedSize)
         in.recordedSize = recordedSize(data);
     if (inMemory)
         return;
-    in.xml = VocXml::loadFromData(data, in.shapes) ? XmlState::Read : XmlState::Partial;
+    in.xml = VocXml::loadWithStreamReader(data, in.shapes) ? XmlState::Read : XmlState::Partial;
     if (request.scanNames)
         in.scanNames = scanLabelNamesInData(data);
 }
 
 void readImage(const ImageAnnotations& record, const Request& request, Input& in)
 {
-    const QFileInfo info(record.imagePath);
-    if (!info.exists()) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(record.imagePath).constData(), &st) != 0) {
         in.image = ImageState::Missing;
         return;
     }
-    if (!info.isFile()) {
+    if (!S_ISREG(st.st_mode)) {
         in.image = ImageState::Unreadable;
         return;
     }
@@ -117,10 +140,35 @@ Input read(const ImageAnnotations& record, const Request& request)
     return in;
 }
 
-QSize recordedSize(const QByteArray& xml)
+namespace {
+
+// The element text up to its end tag, as QXmlStreamReader::readElementText() gives it.
+QString elementText(QXmlStreamReader& xml)
+{
+    return xml.readElementText();
+}
+
+QString elementText(PlainXmlReader& xml)
+{
+    QString text;
+    for (;;) {
+        switch (xml.readNext()) {
+        case QXmlStreamReader::Characters:
+            text.append(xml.text());
+            break;
+        case QXmlStreamReader::EndElement:
+            return text;
+        default: // a child element: an error, as for QXmlStreamReader
+            xml.raiseError(QString());
+            return text;
+        }
+    }
+}
+
+template <typename Xml>
+QSize sizeIn(Xml& reader)
 {
     // The size comes before the first object; nothing after it is looked at.
-    QXmlStreamReader reader(xml);
     int depth = 0;
     bool inSize = false;
     int width = -1, height = -1;
@@ -136,7 +184,7 @@ QSize recordedSize(const QByteArray& xml)
             } else if (inSize && depth == 3 && (name == u"width" || name == u"height")) {
                 const bool isWidth = name == u"width";
                 bool ok = false;
-                const int value = reader.readElementText().trimmed().toInt(&ok);
+                const int value = elementText(reader).trimmed().toInt(&ok);
                 --depth; // the text was read up to the end tag
                 if (ok)
                     (isWidth ? width : height) = value;
@@ -150,6 +198,14 @@ QSize recordedSize(const QByteArray& xml)
     if (width < 0 || height < 0)
         return {};
     return QSize(width, height);
+}
+
+} // namespace
+
+QSize recordedSize(const QByteArray& xml)
+{
+    QXmlStreamReader reader(xml);
+    return sizeIn(reader);
 }
 
 } // namespace ImageInput

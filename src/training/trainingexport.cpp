@@ -11,6 +11,7 @@
 
 #include <deque>
 #include <memory>
+#include <vector>
 
 #include "formats/datasetreading.h"
 #include "model/labelpalette.h"
@@ -126,6 +127,14 @@ struct ImageWork {
     int keypointsPlaced = 0;
 };
 
+struct WriteJob {
+    QString labelTarget; // empty for COCO
+    QByteArray lines;
+    QString imageSource;
+    QString imageTarget;
+    bool turned = false;
+};
+
 struct WriteResult {
     ImageWrite image = ImageWrite::Copied;
     QString error;
@@ -157,8 +166,9 @@ public:
         const bool whole = DatasetReading::forEachOrdered<ImageWork>(
             int(m_records.size()), [this](int i) { return work(i); },
             [this](int i, ImageWork& w) { apply(i, w); }, progress);
+        flushWrites();
         while (!m_writes.empty())
-            collectWrite();
+            collectWrites();
         m_summary.cancelled = !whole;
         if (m_options.dryRun || !whole)
             return m_summary;
@@ -357,41 +367,60 @@ private:
         submitWrite(labelTarget, lines, record.imagePath, imageTarget, w.turned);
     }
 
+    // Writes go to the pool in batches, so that a task's start and end cost little
+    // beside its files; their results are taken in order.
     void submitWrite(const QString& labelTarget, const QByteArray& lines, const QString& imageSource,
                      const QString& imageTarget, bool turned)
     {
-        const std::size_t limit = std::size_t(std::max(1, QThreadPool::globalInstance()->maxThreadCount())) * 8;
-        while (m_writes.size() >= limit)
-            collectWrite();
-        const bool link = m_options.images == ImageMode::Link;
-        m_writes.push_back(QtConcurrent::run(QThreadPool::globalInstance(), [=] {
-            WriteResult result;
-            if (!labelTarget.isEmpty() && !writeFile(labelTarget, lines, &result.error)) {
-                result.image = ImageWrite::Failed;
-                return result;
-            }
-            result.image = writeImage(imageSource, imageTarget, link, turned, &result.error);
-            return result;
-        }));
+        m_pending.push_back({labelTarget, lines, imageSource, imageTarget, turned});
+        if (m_pending.size() >= kWriteBatch)
+            flushWrites();
     }
 
-    void collectWrite()
+    void flushWrites()
     {
-        const WriteResult result = m_writes.front().result();
+        if (m_pending.empty())
+            return;
+        const std::size_t limit = std::size_t(std::max(1, QThreadPool::globalInstance()->maxThreadCount())) * 4;
+        while (m_writes.size() >= limit)
+            collectWrites();
+        const bool link = m_options.images == ImageMode::Link;
+        m_writes.push_back(QtConcurrent::run(QThreadPool::globalInstance(), [jobs = std::move(m_pending), link] {
+            std::vector<WriteResult> results(jobs.size());
+            for (std::size_t k = 0; k < jobs.size(); ++k) {
+                const WriteJob& job = jobs[k];
+                WriteResult& result = results[k];
+                if (!job.labelTarget.isEmpty() && !writeFile(job.labelTarget, job.lines, &result.error)) {
+                    result.image = ImageWrite::Failed;
+                    continue;
+                }
+                result.image = writeImage(job.imageSource, job.imageTarget, link, job.turned, &result.error);
+            }
+            return results;
+        }));
+        m_pending = {};
+        m_pending.reserve(kWriteBatch);
+    }
+
+    void collectWrites()
+    {
+        const std::vector<WriteResult> results = m_writes.front().result();
         m_writes.pop_front();
-        switch (result.image) {
-        case ImageWrite::Failed:
-            ++m_summary.imagesLeftOut[Reason::WriteFailed];
-            fail(result.error);
-            break;
-        case ImageWrite::Reoriented:
-            ++m_summary.reoriented;
-            break;
-        case ImageWrite::CopiedForLink:
-            ++m_summary.linkedAsCopies;
-            break;
-        default:
-            break;
+        for (const WriteResult& result : results) {
+            switch (result.image) {
+            case ImageWrite::Failed:
+                ++m_summary.imagesLeftOut[Reason::WriteFailed];
+                fail(result.error);
+                break;
+            case ImageWrite::Reoriented:
+                ++m_summary.reoriented;
+                break;
+            case ImageWrite::CopiedForLink:
+                ++m_summary.linkedAsCopies;
+                break;
+            default:
+                break;
+            }
         }
     }
 
@@ -434,7 +463,9 @@ private:
     QSet<QString> m_fixedLabels;
     Summary m_summary;
     std::unique_ptr<CocoFile> m_coco[StableSplit::kSubsets];
-    std::deque<QFuture<WriteResult>> m_writes;
+    static constexpr std::size_t kWriteBatch = 32;
+    std::vector<WriteJob> m_pending;
+    std::deque<QFuture<std::vector<WriteResult>>> m_writes;
 };
 
 } // namespace

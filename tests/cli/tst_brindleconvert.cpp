@@ -2,11 +2,13 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QListWidget>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include "app/mainwindow.h"
+#include "formats/yoloposeexportdialog.h"
 #include "support/appfiles.h"
 #include "support/scriptedprompts.h"
 
@@ -120,11 +122,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("format");
         QTest::addColumn<QString>("action");
         QTest::addColumn<bool>("toFolder");
-        QTest::newRow("yolo") << "yolo" << "exportYoloAction" << true;
-        QTest::newRow("coco") << "coco" << "exportCocoAction" << false;
-        QTest::newRow("dota") << "dota" << "exportDotaAction" << true;
-        QTest::newRow("csv") << "csv" << "exportCsvAction" << false;
-        QTest::newRow("classes") << "classes" << "exportObjectNamesAction" << false;
+        // Pose: the order set in the pose dialog for one class and given by --kp-order
+        // ("" accepts the dialog as it opens).
+        QTest::addColumn<QString>("kpOrder");
+        QTest::newRow("yolo") << "yolo" << "exportYoloAction" << true << "";
+        QTest::newRow("coco") << "coco" << "exportCocoAction" << false << "";
+        QTest::newRow("dota") << "dota" << "exportDotaAction" << true << "";
+        QTest::newRow("csv") << "csv" << "exportCsvAction" << false << "";
+        QTest::newRow("classes") << "classes" << "exportObjectNamesAction" << false << "";
+        QTest::newRow("yolo-pose as proposed") << "yolo-pose" << "exportYoloPoseAction" << true << "";
+        QTest::newRow("yolo-pose, order of one class")
+            << "yolo-pose" << "exportYoloPoseAction" << true << "person=right_hand,left_foot,head";
     }
 
     // The window opened on the dataset, its label scan done, exports through the menu; the
@@ -134,23 +142,52 @@ private Q_SLOTS:
         QFETCH(QString, format);
         QFETCH(QString, action);
         QFETCH(bool, toFolder);
+        QFETCH(QString, kpOrder);
 
         QTemporaryDir work;
         const QString data = work.filePath("data");
         QVERIFY(copySamples(data));
-        const QString byWindow = work.filePath("window"), byCli = work.filePath("cli");
-        QVERIFY(QDir().mkpath(byWindow) && QDir().mkpath(byCli));
+        // Both write to the same place in turn, as data.yaml holds the output folder's path.
+        const QString byWindow = work.filePath("window"), byCli = work.filePath("out");
+        QVERIFY(QDir().mkpath(byCli));
         const QString fileName = "/export.out";
         {
             ScriptedPrompts prompts;
             MainWindow w;
             QVERIFY(w.openDataset(data + "/images", data + "/annotations"));
             QTRY_VERIFY_WITH_TIMEOUT(w.scanIndex >= w.images.size(), 10000);
-            (toFolder ? prompts.directoryAnswers : prompts.saveFileAnswers) << byWindow + (toFolder ? "" : fileName);
+            (toFolder ? prompts.directoryAnswers : prompts.saveFileAnswers) << byCli + (toFolder ? "" : fileName);
+            QString chosen; // what the dialog ended with for the class
+            prompts.dialogHandler = [&](QDialog* dialog) {
+                auto* pose = qobject_cast<YoloPoseExportDialog*>(dialog);
+                if (!kpOrder.isEmpty()) {
+                    // Select the class, empty its order, add the keypoints one by one.
+                    const QString name = kpOrder.section('=', 0, 0);
+                    pose->classListWidget->setCurrentItem(pose->classListWidget->findItems(name, Qt::MatchExactly).value(0));
+                    while (pose->orderListWidget->count() > 0) {
+                        pose->orderListWidget->setCurrentRow(0);
+                        pose->onKpRemove();
+                    }
+                    for (const QString& keypoint : kpOrder.section('=', 1).split(',')) {
+                        pose->availableListWidget->setCurrentItem(
+                            pose->availableListWidget->findItems(keypoint, Qt::MatchExactly).value(0));
+                        pose->onKpAdd();
+                    }
+                }
+                pose->accept();
+                if (!kpOrder.isEmpty())
+                    chosen = pose->kpOrder.value(kpOrder.section('=', 0, 0)).join(',');
+                return pose->result();
+            };
             w.findChild<QAction*>(action)->trigger();
-            QCOMPARE(prompts.last().title, QStringLiteral("Export complete"));
+            QCOMPARE(prompts.last().title.toLower(), QStringLiteral("export complete"));
+            QCOMPARE(chosen, kpOrder.section('=', 1));
         }
-        const Run run = convert({"export", format, data + "/images", data + "/annotations", byCli + (toFolder ? "" : fileName)});
+        QVERIFY(QDir().rename(byCli, byWindow) && QDir().mkpath(byCli));
+        QStringList args = {"export", format, data + "/images", data + "/annotations", byCli + (toFolder ? "" : fileName)};
+        if (!kpOrder.isEmpty())
+            args << "--kp-order" << kpOrder;
+        const Run run = convert(args);
         QVERIFY2(run.code == 0, run.err.constData());
         const QMap<QString, QByteArray> expected = contents(byWindow);
         QVERIFY(!expected.isEmpty());

@@ -24,7 +24,8 @@ for program in brindle brindle-convert; do
     || fail "usr/bin/$program does not lead to usr/lib/brindle/$program"
 done
 for f in usr/share/applications/brindle.desktop usr/share/icons/hicolor/scalable/apps/brindle.svg \
-         usr/share/icons/hicolor/48x48/apps/brindle.png usr/share/man/man1/brindle.1.gz; do
+         usr/share/icons/hicolor/48x48/apps/brindle.png usr/share/man/man1/brindle.1.gz \
+         usr/share/man/man1/brindle-convert.1.gz; do
   [ -s "$root/$f" ] || fail "missing $f"
 done
 for f in $(cd "$build" && ls *.py *.sh 2>/dev/null); do

@@ -13,8 +13,9 @@ namespace {
 
 // How the one image "a" of a row is on disk.
 enum class Image { Png, Garbage, Gone, TurnedJpeg, CutJpeg, CutPng, Text };
-// How its annotation file is.
-enum class Xml { Shapes, Garbage };
+// How its annotation file is: as saved, with CRLF line ends (read by the general XML
+// reader, not the fast one), or broken.
+enum class Xml { Shapes, Crlf, Garbage };
 
 } // namespace
 
@@ -52,6 +53,9 @@ private Q_SLOTS:
             << QStringList{"a.png 0 unknown-label warning", "a.png 2 duplicate warning"};
         QTest::newRow("size mismatch") << png << shapesXml << QSize(60, 100) << QList<BoxAnnotation>{inside}
                                        << QStringList{"a.png -1 size-mismatch warning"};
+        QTest::newRow("size mismatch, unknown label, CRLF file")
+            << png << int(Xml::Crlf) << QSize(60, 100) << QList<BoxAnnotation>{inside, box("zebra", 1, 1, 9, 9)}
+            << QStringList{"a.png -1 size-mismatch warning", "a.png 1 unknown-label warning"};
         // Stored 100 x 60 and turned a quarter by EXIF: the image is 60 x 100 as trainers see it.
         QTest::newRow("EXIF orientation applied")
             << int(Image::TurnedJpeg) << shapesXml << QSize(60, 100) << QList<BoxAnnotation>{inside} << QStringList{};
@@ -112,6 +116,8 @@ private Q_SLOTS:
         record.height = recorded.height();
         record.boxes = shapes;
         QVERIFY(Xml(xml) == Xml::Garbage ? writeFile(record.xmlPath(), "<annotation><object><name>a") : VocXml::save(record, "images"));
+        if (Xml(xml) == Xml::Crlf)
+            QVERIFY(writeFile(record.xmlPath(), VocXml::toXml(record, "images").replace("\n", "\r\n")));
 
         // The records as the window makes them on opening: no shape read yet.
         const QList<ImageAnnotations> records =
