@@ -293,19 +293,11 @@ void MainWindow::onRemoveLabel()
         return;
 
     syncCurrentBoxes();
-    // As for the rename, images never shown are read first, so that the label leaves
-    // every file of the dataset; a malformed file is left as it is.
-    QList<int> incomplete;
-    if (!readWholeDataset(false, &incomplete))
-        return;
-    for (int i : std::as_const(incomplete)) {
-        images[i].boxes.clear();
-        images[i].partial = false;
-    }
     QApplication::setOverrideCursor(Qt::WaitCursor);
     int shapeCount = 0;
     int imageCount = 0;
     QList<int> toSave;
+    // Only shapes held in memory: files never read keep the label.
     for (int i = 0; i < images.size(); ++i) {
         ImageAnnotations& record = images[i];
         const auto removed = record.boxes.removeIf(
