@@ -154,11 +154,11 @@ void makeDataset(const QString& images, const QString& annotations, int count)
             QFile::copy(first, images + QLatin1Char('/') + name + QStringLiteral(".png"));
         ImageAnnotations record;
         record.imagePath = images + QLatin1Char('/') + name + QStringLiteral(".png");
-        record.setXmlPath(annotations + QLatin1Char('/') + name + QStringLiteral(".xml"));
+        record.xmlPath = annotations + QLatin1Char('/') + name + QStringLiteral(".xml");
         record.width = 640;
         record.height = 480;
         record.boxes = shapesFor(i);
-        QFile xml(record.xmlPath());
+        QFile xml(record.xmlPath);
         if (xml.open(QIODevice::WriteOnly))
             xml.write(VocXml::toXml(record, QStringLiteral("images")));
     }

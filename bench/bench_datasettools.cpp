@@ -105,7 +105,7 @@ QList<ImageAnnotations> makeDataset(const QString& root)
         ImageAnnotations image;
         const QString base = QStringLiteral("img_%1").arg(i, 5, 10, QLatin1Char('0'));
         image.imagePath = root + "/images/" + base + ".jpg";
-        image.setXmlPath(root + "/annotations/" + base + ".xml");
+        image.xmlPath = root + "/annotations/" + base + ".xml";
         image.width = 1920;
         image.height = 1080;
         for (int b = 0; b < kBoxesPerImage; ++b) {
@@ -115,7 +115,7 @@ QList<ImageAnnotations> makeDataset(const QString& root)
             box.points = {QPointF(x, y), QPointF(x + 1 + next(100), y + 1 + next(70))};
             image.boxes.append(box);
         }
-        if (!writeFile(image.imagePath, jpeg) || !writeFile(image.xmlPath(), VocXml::toXml(image, "images")))
+        if (!writeFile(image.imagePath, jpeg) || !writeFile(image.xmlPath, VocXml::toXml(image, "images")))
             return {};
         image.boxes.clear(); // as after a load: the shapes are in the files
         images.append(image);
@@ -216,7 +216,7 @@ bool benchConversion(const QString& root, const QList<ImageAnnotations>& images)
             baseMs << timeMs([&] {
                 char buffer[64 * 1024];
                 for (int i = 0; i < images.size(); ++i) {
-                    const int in = ::open(QFile::encodeName(images.at(i).xmlPath()).constData(), O_RDONLY | O_CLOEXEC);
+                    const int in = ::open(QFile::encodeName(images.at(i).xmlPath).constData(), O_RDONLY | O_CLOEXEC);
                     ok = in >= 0 && ::read(in, buffer, sizeof buffer) > 0 && ok;
                     ::close(in);
                     const QByteArray target = QFile::encodeName(root + QStringLiteral("/raw%1/%2.xml").arg(round).arg(i));

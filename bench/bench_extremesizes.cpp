@@ -132,7 +132,7 @@ bool benchLabelScan()
     for (int i = 0; i < kScanImages; ++i) {
         const QString name = QStringLiteral("cell%1").arg(i, 5, 10, QLatin1Char('0'));
         ImageAnnotations record;
-        record.setXmlPath(ann + QLatin1Char('/') + name + QStringLiteral(".xml"));
+        record.xmlPath = ann + QLatin1Char('/') + name + QStringLiteral(".xml");
         record.width = 64;
         record.height = 48;
         for (int k = 0; k < kLabelsPerImage; ++k)
@@ -235,7 +235,7 @@ bool benchCrowdImage()
         return false;
     QDir().mkpath(dir.filePath(QStringLiteral("annotations")));
     ImageAnnotations record;
-    record.setXmlPath(dir.filePath(QStringLiteral("annotations/crowd.xml")));
+    record.xmlPath = dir.filePath(QStringLiteral("annotations/crowd.xml"));
     record.width = 1920;
     record.height = 1080;
     for (int i = 0; i < kCrowdShapes; ++i)

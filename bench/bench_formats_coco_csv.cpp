@@ -24,7 +24,7 @@ QList<ImageAnnotations> makeDataset(const QList<LabelDef>& labels)
     for (int i = 0; i < kImages; ++i) {
         ImageAnnotations img;
         img.imagePath = QStringLiteral("/bench/images/frame_%1.jpg").arg(i, 5, 10, QLatin1Char('0'));
-        img.setXmlPath(QStringLiteral("/bench/annotations/frame_%1.xml").arg(i, 5, 10, QLatin1Char('0')));
+        img.xmlPath = QStringLiteral("/bench/annotations/frame_%1.xml").arg(i, 5, 10, QLatin1Char('0'));
         img.width = 1920;
         img.height = 1080;
         for (int b = 0; b < kBoxesPerImage; ++b) {

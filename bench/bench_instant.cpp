@@ -434,7 +434,7 @@ void benchReads()
     for (int i = 0; i < kFiles; ++i) {
         ImageAnnotations record;
         record.imagePath = dir.filePath(QStringLiteral("img_%1.jpg").arg(i));
-        record.setXmlPath(dir.filePath(QStringLiteral("img_%1.xml").arg(i)));
+        record.xmlPath = dir.filePath(QStringLiteral("img_%1.xml").arg(i));
         record.width = 1920;
         record.height = 1080;
         for (int k = 0; k < 12; ++k) {
@@ -443,7 +443,7 @@ void benchReads()
             box.points = {QPointF(10 * k, 5 * k + i % 50), QPointF(10 * k + 80, 5 * k + 60)};
             record.boxes.append(box);
         }
-        QFile file(record.xmlPath());
+        QFile file(record.xmlPath);
         if (!file.open(QIODevice::WriteOnly) || file.write(VocXml::toXml(record, QStringLiteral("bench"))) < 0)
             return;
         record.boxes.clear();

@@ -47,7 +47,7 @@ QByteArray tinyPng()
 QByteArray typicalXml(const QString& xmlPath, int seed)
 {
     ImageAnnotations record;
-    record.setXmlPath(xmlPath);
+    record.xmlPath = xmlPath;
     record.width = 1920;
     record.height = 1080;
     for (int k = 0; k < kShapesPerFile; ++k) {
@@ -146,7 +146,7 @@ int main(int argc, char** argv)
     const qint64 renameMs = rename.elapsed();
     std::printf("rename_label_10k_unread_files_20_shapes_ms: %lld (target < 5000)\n", renameMs);
     std::printf("rename_notice: %s\n", qPrintable(QString(prompts.lastNotice).replace('\n', ' ')));
-    const QString last = window.images.last().xmlPath();
+    const QString last = window.images.last().xmlPath;
     const bool renamed = countInFile(last, "<name>automobile</name>") == 4
                          && countInFile(last, "<name>car</name>") == 0;
 

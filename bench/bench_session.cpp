@@ -60,7 +60,7 @@ bool writeTypicalXml(const QString& xmlPath, int seed)
 {
     static const char* const labelNames[] = {"car", "person", "traffic light", "bicycle", "dog"};
     ImageAnnotations record;
-    record.setXmlPath(xmlPath);
+    record.xmlPath = xmlPath;
     record.width = 1920;
     record.height = 1080;
     for (int k = 0; k < kShapesPerFile; ++k) {

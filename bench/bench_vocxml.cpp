@@ -144,7 +144,7 @@ int main()
         roundTimer.start();
         for (ImageAnnotations& ann : records) {
             const QString name = QStringLiteral("/frame_%1.xml").arg(paths.size());
-            ann.setXmlPath(folder + name);
+            ann.xmlPath = folder + name;
             const QByteArray bytes = VocXml::toXml(ann, QStringLiteral("images"));
 
             QElapsedTimer timer;
@@ -164,7 +164,7 @@ int main()
             }
             rawNs += timer.nsecsElapsed();
 
-            paths << ann.xmlPath();
+            paths << ann.xmlPath;
             if (paths.size() % 100 == 0 && roundTimer.elapsed() > kSaveLimit * 1000)
                 break;
         }
@@ -198,7 +198,7 @@ int main()
         const bool loaded = measure(load, 0, [&] {
             for (const QString& p : std::as_const(paths)) {
                 ImageAnnotations ann;
-                ann.setXmlPath(p);
+                ann.xmlPath = p;
                 if (!VocXml::load(ann) || ann.boxes.size() != kShapes)
                     return -1;
             }

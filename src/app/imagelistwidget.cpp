@@ -31,7 +31,7 @@ public:
             if (!described)
                 return own;
             return QString(record.imagePath + QLatin1Char('\n')
-                           + (annotated ? QStringLiteral("Annotations: ") + record.xmlPath()
+                           + (annotated ? QStringLiteral("Annotations: ") + record.xmlPath
                                         : QStringLiteral("No annotations yet")));
         }
         const QStringView path(record.imagePath);

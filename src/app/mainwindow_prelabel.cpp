@@ -29,7 +29,7 @@ void MainWindow::onPrelabel()
     PrelabelDialog::Images targets;
     for (const ImageAnnotations& record : std::as_const(images)) {
         targets.all << record.imagePath;
-        if (record.boxes.isEmpty() && !annotationFiles.contains(record.xmlPath()))
+        if (record.boxes.isEmpty() && !annotationFiles.contains(record.xmlPath))
             targets.unlabelled << record.imagePath;
     }
     if (hasCurrentImage())

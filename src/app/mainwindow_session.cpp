@@ -148,8 +148,14 @@ void MainWindow::rebuildImageList()
     images.reserve(paths.size());
     for (QString& path : paths) {
         ImageAnnotations record;
+        // Every listed name has a suffix, so there is a dot after the folder.
+        qsizetype dot = path.size() - 1;
+        while (dot > imagePrefix.size() && path.at(dot) != QLatin1Char('.'))
+            --dot;
+        const QStringView base = QStringView(path).mid(imagePrefix.size(), dot - imagePrefix.size());
+        record.xmlPath.reserve(xmlPrefix.size() + base.size() + 4);
+        record.xmlPath.append(xmlPrefix).append(base).append(QLatin1String(".xml"));
         record.imagePath = std::move(path);
-        record.setXmlFolderPrefix(xmlPrefix);
         images.append(std::move(record));
     }
     paths = QStringList();
@@ -170,7 +176,7 @@ void MainWindow::scanNextBatch()
     const int count = images.size();
     const int end = qMin(scanIndex + kScanBatch, count);
     for (int i = scanIndex; i < end; ++i) {
-        const QString xmlPath = images[i].xmlPath();
+        const QString xmlPath = images[i].xmlPath;
         if (!QFileInfo::exists(xmlPath))
             continue;
         imageList->setUpdatesEnabled(false);
@@ -208,7 +214,7 @@ void MainWindow::updateImageListItem(int row)
 {
     if (row < 0 || row >= images.size())
         return;
-    imageList->setRowAnnotated(row, QFileInfo::exists(images[row].xmlPath()));
+    imageList->setRowAnnotated(row, QFileInfo::exists(images[row].xmlPath));
 }
 
 bool MainWindow::requireDataLoaded()
@@ -270,10 +276,10 @@ void MainWindow::loadImageAt(int row)
 
 void MainWindow::noteLoadProblem(const ImageAnnotations& record, const QString& refusal, int errorLine)
 {
-    if (toldAboutFile.contains(record.xmlPath()))
+    if (toldAboutFile.contains(record.xmlPath))
         return;
-    toldAboutFile.insert(record.xmlPath());
-    const QString name = QFileInfo(record.xmlPath()).fileName();
+    toldAboutFile.insert(record.xmlPath);
+    const QString name = QFileInfo(record.xmlPath).fileName();
     if (!refusal.isEmpty())
         showStatusNote(QStringLiteral("%1 was not read: %2").arg(name, refusal));
     else
@@ -309,11 +315,11 @@ void MainWindow::saveAnnotationsFor(int index)
         record.boxes = canvas->boxes();
     const AnnotationStore::Outcome outcome =
         AnnotationStore::save(record, QDir(imagesFolder).dirName());
-    noteOutcome(record.xmlPath(), outcome.theirsPath);
+    noteOutcome(record.xmlPath, outcome.theirsPath);
     if (outcome.ok)
         updateImageListItem(index);
     else
-        reportSaveError(record.xmlPath(), outcome.error);
+        reportSaveError(record.xmlPath, outcome.error);
 }
 
 QStringList MainWindow::saveAnnotationsForAll(const QList<int>& indices, bool reportEach)
@@ -331,7 +337,7 @@ QStringList MainWindow::saveAnnotationsForAll(const QList<int>& indices, bool re
     QStringList failures;
     for (int k = 0; k < valid.size(); ++k) {
         const AnnotationStore::Outcome& outcome = outcomes.at(k);
-        const QString& xmlPath = images.at(valid.at(k)).xmlPath();
+        const QString& xmlPath = images.at(valid.at(k)).xmlPath;
         noteOutcome(xmlPath, outcome.theirsPath);
         if (outcome.ok) {
             updateImageListItem(valid.at(k));
@@ -347,9 +353,9 @@ QStringList MainWindow::saveAnnotationsForAll(const QList<int>& indices, bool re
 void MainWindow::removeAnnotationFile(ImageAnnotations& record)
 {
     const AnnotationStore::Outcome outcome = AnnotationStore::remove(record);
-    noteOutcome(record.xmlPath(), outcome.theirsPath);
+    noteOutcome(record.xmlPath, outcome.theirsPath);
     if (!outcome.ok)
-        reportSaveError(record.xmlPath(), outcome.error);
+        reportSaveError(record.xmlPath, outcome.error);
 }
 
 void MainWindow::removeFileOfEmptiedImage()

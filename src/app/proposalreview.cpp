@@ -61,7 +61,7 @@ bool ProposalReview::hasCurrentImage() const
 
 bool ProposalReview::hasOpen(int row) const
 {
-    return row >= 0 && row < w->images.size() && m_store.hasOpen(w->images.at(row).xmlPath());
+    return row >= 0 && row < w->images.size() && m_store.hasOpen(w->images.at(row).xmlPath);
 }
 
 // --- Session hooks -------------------------------------------------------------------------
@@ -90,7 +90,7 @@ void ProposalReview::imageShown()
     m_undo.clear();
     m_redo.clear();
     m_beforeChange.reset();
-    m_current = hasCurrentImage() ? m_store.proposalsFor(w->images.at(w->currentIndex).xmlPath())
+    m_current = hasCurrentImage() ? m_store.proposalsFor(w->images.at(w->currentIndex).xmlPath)
                                   : QList<Proposal>();
     w->canvas->setProposals(m_current, mostConfident(m_current));
 }
@@ -142,7 +142,7 @@ void ProposalReview::setCurrent(const QList<Proposal>& proposals, int selected)
         return;
     const ImageAnnotations& record = w->images.at(w->currentIndex);
     m_current = proposals;
-    m_store.set(record.xmlPath(), fileName(record.imagePath), proposals);
+    m_store.set(record.xmlPath, fileName(record.imagePath), proposals);
     w->canvas->setProposals(proposals, std::min<int>(selected, proposals.size() - 1));
     repaintRow(w->currentIndex);
 }
@@ -226,7 +226,7 @@ void ProposalReview::onProposalTaken(int index)
     }
     m_current.removeAt(index);
     const ImageAnnotations& record = w->images.at(w->currentIndex);
-    m_store.set(record.xmlPath(), fileName(record.imagePath), m_current);
+    m_store.set(record.xmlPath, fileName(record.imagePath), m_current);
     repaintRow(w->currentIndex);
 }
 
@@ -292,7 +292,7 @@ bool ProposalReview::merge(const QString& imageName, QList<Proposal> proposals)
 
     // What the image already has is not proposed again.
     QList<BoxAnnotation> shapes = row == w->currentIndex ? w->canvas->boxes() : w->images.at(row).boxes;
-    if (shapes.isEmpty() && QFileInfo::exists(w->images.at(row).xmlPath())) {
+    if (shapes.isEmpty() && QFileInfo::exists(w->images.at(row).xmlPath)) {
         ImageAnnotations stored = w->images.at(row);
         VocXml::load(stored);
         shapes = stored.boxes;
@@ -317,7 +317,7 @@ bool ProposalReview::merge(const QString& imageName, QList<Proposal> proposals)
         m_redo.clear();
         setCurrent(proposals, 0);
     } else {
-        m_store.set(w->images.at(row).xmlPath(), imageName, proposals);
+        m_store.set(w->images.at(row).xmlPath, imageName, proposals);
         repaintRow(row);
     }
     return true;

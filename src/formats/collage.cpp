@@ -231,7 +231,7 @@ QImage readScaledCrop(const QString& path, const QRect& area, QRect* crop)
 QList<BoxAnnotation> shapesOf(const ImageAnnotations& record)
 {
     ImageAnnotations image = record;
-    if (image.boxes.isEmpty() && QFileInfo::exists(image.xmlPath()))
+    if (image.boxes.isEmpty() && QFileInfo::exists(image.xmlPath))
         VocXml::load(image);
     return image.boxes;
 }

@@ -13,7 +13,7 @@ namespace {
 
 bool needsFile(const ImageAnnotations& record)
 {
-    return record.boxes.isEmpty() && QFileInfo::exists(record.xmlPath());
+    return record.boxes.isEmpty() && QFileInfo::exists(record.xmlPath);
 }
 
 bool needsSize(const ImageAnnotations& record, const Options& options)
@@ -106,7 +106,7 @@ bool scanLabels(const QList<ImageAnnotations>& images, QList<LabelDef>& labels,
         [&](int i) {
             const ImageAnnotations& record = images.at(i);
             if (record.boxes.isEmpty())
-                return scanLabelNames(record.xmlPath());
+                return scanLabelNames(record.xmlPath);
             QStringList names;
             for (const BoxAnnotation& shape : record.boxes)
                 names << shape.label;

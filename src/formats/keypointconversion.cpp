@@ -23,12 +23,12 @@ StoredShapes readStored(const ImageAnnotations& image)
     StoredShapes stored;
     if (image.boxes.isEmpty()) {
         ImageAnnotations file;
-        file.setXmlPath(image.xmlPath());
+        file.xmlPath = image.xmlPath;
         // A file that cannot be parsed to its end still exists.
-        stored.fileExists = VocXml::load(file) || QFileInfo::exists(file.xmlPath());
+        stored.fileExists = VocXml::load(file) || QFileInfo::exists(file.xmlPath);
         stored.shapes = file.boxes;
     } else {
-        const QString xmlPath = image.xmlPath();
+        const QString xmlPath = image.xmlPath;
         stored.fileExists = !xmlPath.isEmpty() && QFileInfo::exists(xmlPath);
     }
     return stored;
@@ -118,11 +118,11 @@ ConversionOutcome convertDataset(const QList<ImageAnnotations>& images, Conversi
             converted.imagePath = image.imagePath;
             converted.width = image.width;
             converted.height = image.height;
-            converted.setXmlPath(outputFolder + QLatin1Char('/')
-                + QFileInfo(image.xmlPath()).completeBaseName() + QStringLiteral(".xml"));
+            converted.xmlPath = outputFolder + QLatin1Char('/')
+                + QFileInfo(image.xmlPath).completeBaseName() + QStringLiteral(".xml");
             ++outcome.processed;
             outcome.created += int(converted.boxes.size());
-            if (!batch.stage(converted.xmlPath(), VocXml::toXml(converted, folderName)))
+            if (!batch.stage(converted.xmlPath, VocXml::toXml(converted, folderName)))
                 ++outcome.failed;
         },
         [&stopped](int, int) { return !stopped; });

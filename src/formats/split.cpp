@@ -54,7 +54,7 @@ bool copyContent(int in, int out)
 
 bool isAnnotated(const ImageAnnotations& image)
 {
-    return !image.boxes.isEmpty() || (!image.xmlPath().isEmpty() && QFileInfo::exists(image.xmlPath()));
+    return !image.boxes.isEmpty() || (!image.xmlPath.isEmpty() && QFileInfo::exists(image.xmlPath));
 }
 
 int annotatedCount(const QList<ImageAnnotations>& images)
@@ -69,7 +69,7 @@ int annotationFileCount(const QList<ImageAnnotations>& images)
 {
     int count = 0;
     for (const ImageAnnotations& image : images)
-        count += !image.xmlPath().isEmpty() && QFileInfo::exists(image.xmlPath()) ? 1 : 0;
+        count += !image.xmlPath.isEmpty() && QFileInfo::exists(image.xmlPath) ? 1 : 0;
     return count;
 }
 
@@ -118,9 +118,9 @@ SplitPlan planSplit(const QList<ImageAnnotations>& images, int trainPercent,
         SplitItem item;
         item.imageSource = image.imagePath;
         item.imageTarget = imagesDir[s] + QFileInfo(image.imagePath).fileName();
-        if (!image.xmlPath().isEmpty()) {
-            item.xmlSource = image.xmlPath();
-            item.xmlTarget = annotationsDir[s] + QFileInfo(image.xmlPath()).fileName();
+        if (!image.xmlPath.isEmpty()) {
+            item.xmlSource = image.xmlPath;
+            item.xmlTarget = annotationsDir[s] + QFileInfo(image.xmlPath).fileName();
         }
         plan.items.append(item);
         ++(s == 0 ? plan.train : plan.test);

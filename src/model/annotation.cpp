@@ -157,31 +157,3 @@ QString cleanLabelName(const QString& name)
     }
     return clean;
 }
-
-QString ImageAnnotations::xmlPath() const
-{
-    if (!m_xmlInFolder)
-        return m_xml;
-    const QStringView path(imagePath);
-    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
-    qsizetype dot = path.lastIndexOf(QLatin1Char('.'));
-    if (dot <= slash)
-        dot = path.size();
-    const QStringView base = path.mid(slash + 1, dot - slash - 1);
-    QString xml;
-    xml.reserve(m_xml.size() + base.size() + 4);
-    xml.append(m_xml).append(base).append(QLatin1String(".xml"));
-    return xml;
-}
-
-void ImageAnnotations::setXmlPath(const QString& path)
-{
-    m_xml = path;
-    m_xmlInFolder = false;
-}
-
-void ImageAnnotations::setXmlFolderPrefix(const QString& folderPrefix)
-{
-    m_xml = folderPrefix;
-    m_xmlInFolder = true;
-}

@@ -66,31 +66,16 @@ struct FileStamp {
 
 struct ImageAnnotations {
     QString imagePath;
+    QString xmlPath;
     int width = 0;
     int height = 0;
     QList<BoxAnnotation> boxes;
     bool dirty = false;
-    // The last read of xmlPath() stopped at an XML error: the file holds more than
-    // `boxes`, and its bytes are kept beside it before it is first written over.
+    // The last read of xmlPath stopped at an XML error: the file holds more than `boxes`,
+    // and its bytes are kept beside it before it is first written over.
     bool partial = false;
-    // The last write of xmlPath() failed: what is on disk is not what the record holds.
+    // The last write of xmlPath failed: what is on disk is not what the record holds.
     bool writeFailed = false;
-
-    // The path of the image's annotation file.
-    QString xmlPath() const;
-    void setXmlPath(const QString& path);
-    // The annotation file is `folderPrefix` (a folder path ending in '/') followed by the
-    // image's file name with ".xml" in place of its suffix. The records of a dataset
-    // share one prefix string: a whole path kept per image would be a quarter of the
-    // memory a million-image dataset takes.
-    void setXmlFolderPrefix(const QString& folderPrefix);
-
-private:
-    // The whole path, or the folder prefix when xmlInFolder.
-    QString m_xml;
-    bool m_xmlInFolder = false;
-
-public:
     FileStamp stamp;
 };
 

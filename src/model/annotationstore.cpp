@@ -14,7 +14,7 @@ namespace {
 // Writes stay inside the folder of the annotation file, links or not.
 QString folderOf(const ImageAnnotations& record)
 {
-    return QFileInfo(record.xmlPath()).absolutePath();
+    return QFileInfo(record.xmlPath).absolutePath();
 }
 
 bool changedSince(const FileStamp& known, const FileStamp& now)
@@ -42,12 +42,12 @@ bool keepWhatIsOnDisk(ImageAnnotations& record, const QByteArray* newBytes, Outc
 {
     QString error;
     // A write that would be refused anyway (a link leading elsewhere, a FIFO) copies nothing.
-    if (newBytes && !SafeFile::resolveWriteTarget(record.xmlPath(), folderOf(record), nullptr, &error)) {
+    if (newBytes && !SafeFile::resolveWriteTarget(record.xmlPath, folderOf(record), nullptr, &error)) {
         fail(out, error);
         return false;
     }
     if (record.partial) {
-        if (!VocXml::keepOriginal(record.xmlPath(), &error)) {
+        if (!VocXml::keepOriginal(record.xmlPath, &error)) {
             fail(out, QStringLiteral("The file was read only in part, and a copy of it could not be "
                                      "kept (%1). It was left unchanged.")
                           .arg(error));
@@ -57,18 +57,18 @@ bool keepWhatIsOnDisk(ImageAnnotations& record, const QByteArray* newBytes, Outc
         record.partial = false;
         return true;
     }
-    const FileStamp now = SafeFile::stampOf(record.xmlPath());
+    const FileStamp now = SafeFile::stampOf(record.xmlPath);
     if (!changedSince(record.stamp, now))
         return true;
     if (newBytes && now.size == newBytes->size()) {
         QByteArray theirs;
-        if (SafeFile::read(record.xmlPath(), SafeFile::kMaxAnnotationFileBytes, &theirs)
+        if (SafeFile::read(record.xmlPath, SafeFile::kMaxAnnotationFileBytes, &theirs)
                 == SafeFile::ReadResult::Ok
             && theirs == *newBytes)
             return true;
     }
-    const QString theirs = theirsPathFor(record.xmlPath());
-    if (!AtomicBatch::copyFile(record.xmlPath(), theirs, &error, folderOf(record))) {
+    const QString theirs = theirsPathFor(record.xmlPath);
+    if (!AtomicBatch::copyFile(record.xmlPath, theirs, &error, folderOf(record))) {
         fail(out, QStringLiteral("Another program changed the file, and its version could not be "
                                  "kept as %1 (%2). It was left unchanged.")
                       .arg(QFileInfo(theirs).fileName(), error));
@@ -84,7 +84,7 @@ void settle(ImageAnnotations& record, const Outcome& out)
     if (out.ok) {
         record.dirty = false;
         record.partial = false;
-        record.stamp = SafeFile::stampOf(record.xmlPath());
+        record.stamp = SafeFile::stampOf(record.xmlPath);
     } else {
         record.dirty = true;
     }
@@ -103,7 +103,7 @@ Outcome save(ImageAnnotations& record, const QString& folder)
     const QByteArray bytes = VocXml::toXml(record, folder);
     QString error;
     if (keepWhatIsOnDisk(record, &bytes, out)
-        && !AtomicBatch::writeFile(record.xmlPath(), bytes, &error, folderOf(record)))
+        && !AtomicBatch::writeFile(record.xmlPath, bytes, &error, folderOf(record)))
         fail(out, error);
     settle(record, out);
     return out;
@@ -124,7 +124,7 @@ QList<Outcome> saveAll(QList<ImageAnnotations>& records, const QList<int>& indic
         QString error;
         if (!keepWhatIsOnDisk(record, &bytes, outcomes[k])) {
             settle(record, outcomes[k]);
-        } else if (!batch.stage(record.xmlPath(), bytes, &error, folderOf(record))) {
+        } else if (!batch.stage(record.xmlPath, bytes, &error, folderOf(record))) {
             fail(outcomes[k], error);
             settle(record, outcomes[k]);
         } else {
@@ -134,7 +134,7 @@ QList<Outcome> saveAll(QList<ImageAnnotations>& records, const QList<int>& indic
     batch.commit();
     for (int k : std::as_const(staged)) {
         ImageAnnotations& record = records[indices.at(k)];
-        const QString reason = batch.failureReason(record.xmlPath());
+        const QString reason = batch.failureReason(record.xmlPath);
         if (!reason.isEmpty())
             fail(outcomes[k], reason);
         settle(record, outcomes[k]);
@@ -145,13 +145,13 @@ QList<Outcome> saveAll(QList<ImageAnnotations>& records, const QList<int>& indic
 Outcome remove(ImageAnnotations& record)
 {
     Outcome out;
-    const bool there = QFileInfo(record.xmlPath()).isSymLink() || QFileInfo::exists(record.xmlPath());
+    const bool there = QFileInfo(record.xmlPath).isSymLink() || QFileInfo::exists(record.xmlPath);
     if (there && keepWhatIsOnDisk(record, nullptr, out))
-        QFile::remove(record.xmlPath());
+        QFile::remove(record.xmlPath);
     record.dirty = false;
     record.writeFailed = false;
     if (out.ok)
-        record.stamp = SafeFile::stampOf(record.xmlPath());
+        record.stamp = SafeFile::stampOf(record.xmlPath);
     return out;
 }
 

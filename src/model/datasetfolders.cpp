@@ -36,7 +36,7 @@ QList<ImageAnnotations> records(const QString& imagesFolder, const QString& anno
         ImageAnnotations record;
         record.imagePath = imagesDir.absoluteFilePath(name);
         const int dot = name.lastIndexOf(QLatin1Char('.'));
-        record.setXmlPath(annotationsDir.filePath((dot < 0 ? name : name.left(dot)) + QStringLiteral(".xml")));
+        record.xmlPath = annotationsDir.filePath((dot < 0 ? name : name.left(dot)) + QStringLiteral(".xml"));
         list.append(record);
     }
     return list;

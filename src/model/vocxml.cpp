@@ -657,8 +657,8 @@ QByteArray toXml(const ImageAnnotations& ann, const QString& folder)
 
 bool save(const ImageAnnotations& ann, const QString& folder, QString* error)
 {
-    return AtomicBatch::writeFile(ann.xmlPath(), toXml(ann, folder), error,
-                                  QFileInfo(ann.xmlPath()).absolutePath());
+    return AtomicBatch::writeFile(ann.xmlPath, toXml(ann, folder), error,
+                                  QFileInfo(ann.xmlPath).absolutePath());
 }
 
 bool loadFromData(const QByteArray& data, QList<BoxAnnotation>& boxes)
@@ -688,11 +688,11 @@ bool loadWithStreamReader(const QByteArray& data, QList<BoxAnnotation>& boxes)
 
 bool load(ImageAnnotations& ann, LoadProblem* problem)
 {
-    if (ann.xmlPath().isEmpty())
+    if (ann.xmlPath.isEmpty())
         return false;
     QByteArray data;
     QString reason;
-    const SafeFile::ReadResult read = SafeFile::read(ann.xmlPath(), SafeFile::kMaxAnnotationFileBytes,
+    const SafeFile::ReadResult read = SafeFile::read(ann.xmlPath, SafeFile::kMaxAnnotationFileBytes,
                                                      &data, &reason, &ann.stamp);
     if (read != SafeFile::ReadResult::Ok) {
         // A file that is there but was not read must not be written over unseen.

@@ -9,7 +9,7 @@
 // six more shape kinds).
 namespace VocXml {
 
-// Writes ann to ann.xmlPath() atomically (see AtomicBatch): a temporary file beside the
+// Writes ann to ann.xmlPath atomically (see AtomicBatch): a temporary file beside the
 // target, synced to disk, renamed over the target. `folder` is written into the <folder>
 // element. A link at xmlPath is written through only when it points into the folder of
 // xmlPath. Returns false, with the reason in *error, when anything fails; the target is
@@ -22,7 +22,7 @@ struct LoadProblem {
     QString refusal;   // why the file was not read at all ("it is not a regular file" ...)
 };
 
-// Replaces ann.boxes with the shapes in ann.xmlPath(). Returns false, leaving boxes
+// Replaces ann.boxes with the shapes in ann.xmlPath. Returns false, leaving boxes
 // untouched, when the file is missing, unreadable, not a regular file or larger than
 // 256 MB; returns false after a parse error, keeping the shapes completed before it.
 // Of the other fields only `partial` and `stamp` are set: partial is true when a file is

@@ -225,7 +225,7 @@ Report run(const QList<ImageAnnotations>& records, QList<LabelDef>& labels,
     // Annotation files that no listed image claims.
     QSet<QString> claimed;
     for (const ImageAnnotations& record : records)
-        claimed.insert(QFileInfo(record.xmlPath()).fileName());
+        claimed.insert(QFileInfo(record.xmlPath).fileName());
     for (const QString& file : DatasetFolders::listAnnotationFiles(annotationsFolder)) {
         if (claimed.contains(file))
             continue;

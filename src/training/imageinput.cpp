@@ -37,12 +37,12 @@ void readAnnotations(const ImageAnnotations& record, const Request& request, Inp
                 in.scanNames.append(shape.label);
         }
     }
-    if (record.xmlPath().isEmpty() || (inMemory && !request.recordedSize))
+    if (record.xmlPath.isEmpty() || (inMemory && !request.recordedSize))
         return;
     // Only regular files up to the annotation size limit are read: a FIFO or device would
     // block the reader or fill the memory.
     QByteArray data;
-    const SafeFile::ReadResult read = SafeFile::read(record.xmlPath(), SafeFile::kMaxAnnotationFileBytes, &data);
+    const SafeFile::ReadResult read = SafeFile::read(record.xmlPath, SafeFile::kMaxAnnotationFileBytes, &data);
     if (read == SafeFile::ReadResult::Missing)
         return;
     if (read != SafeFile::ReadResult::Ok) {

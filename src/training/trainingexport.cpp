@@ -234,7 +234,7 @@ private:
         if (!m_options.selected.isEmpty() && !m_options.selected.value(i)) {
             if (m_options.scanLabels) {
                 if (record.boxes.isEmpty())
-                    w.scanNames = scanLabelNames(record.xmlPath());
+                    w.scanNames = scanLabelNames(record.xmlPath);
                 for (const BoxAnnotation& shape : record.boxes)
                     w.scanNames << shape.label;
             }

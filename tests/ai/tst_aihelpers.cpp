@@ -166,10 +166,10 @@ void TestAiHelpers::frameExtraction()
     const QList<BoxAnnotation> person{::box("person", 10, 20, 49, 49)}, car{::box("car", 80, 60, 139, 99)};
     for (int n : row.xml ? row.frames : QList<int>{}) {
         ImageAnnotations ann = image(images + '/' + frameName(n), 160, 120);
-        ann.setXmlPath(folder + "/annotations/" + frameName(n, ".xml"));
+        ann.xmlPath = folder + "/annotations/" + frameName(n, ".xml");
         QVERIFY(VocXml::load(ann));
         QCOMPARE(ann.boxes, (n <= 4 ? person : QList<BoxAnnotation>{}) + (n >= 3 && n <= 7 ? car : QList<BoxAnnotation>{}));
-        QCOMPARE(readAll(ann.xmlPath()), VocXml::toXml(ann, "images")); // our own layout, byte for byte
+        QCOMPARE(readAll(ann.xmlPath), VocXml::toXml(ann, "images")); // our own layout, byte for byte
     }
     const QStringList log = logLines(dialog, false), saved = log.filter(QRegularExpression("^SAVED Frame"));
     QCOMPARE(saved.size(), row.frames.size());

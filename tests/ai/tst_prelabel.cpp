@@ -327,7 +327,7 @@ void TestPrelabel::run()
     if (!row.deleted.isEmpty())
         writeFile(data.path("m.pt"), modelJson("detect", R"(, "delay": 0.3)"));
     ImageAnnotations c = image(data.images + "/c.png", 160, 120, {box("car", 10, 20, 49, 49)});
-    c.setXmlPath(data.annotations + "/c.xml");
+    c.xmlPath = data.annotations + "/c.xml";
     QVERIFY(VocXml::save(c, "images"));
     QMap<QString, QByteArray> before = contents(data.images);
     before.remove("annotations/label_colors.json");

@@ -36,7 +36,7 @@ void openDataset(MainWindow& w, const QTemporaryDir& dir, const QList<Shapes>& s
         const QString base(QChar('a' + i));
         QVERIFY(sessiontest::makeImageFile(dir.filePath(base + ".png")));
         ImageAnnotations record = image(dir.filePath(base + ".png"), 8, 6, shapesPerImage[i]);
-        record.setXmlPath(dir.filePath("annotations/" + base + ".xml"));
+        record.xmlPath = dir.filePath("annotations/" + base + ".xml");
         QVERIFY(record.boxes.isEmpty() || VocXml::save(record, "images"));
     }
     QVERIFY(w.openDataset(dir.path()));
@@ -139,8 +139,8 @@ private Q_SLOTS:
                                       + dir.filePath("bounding_boxes"));
         QCOMPARE(contents(dir.filePath("bounding_boxes")).keys(), QStringList({"a.xml", "b.xml"}));
         ImageAnnotations a, b;
-        a.setXmlPath(dir.filePath("bounding_boxes/a.xml"));
-        b.setXmlPath(dir.filePath("bounding_boxes/b.xml"));
+        a.xmlPath = dir.filePath("bounding_boxes/a.xml");
+        b.xmlPath = dir.filePath("bounding_boxes/b.xml");
         QVERIFY(VocXml::load(a) && VocXml::load(b));
         QCOMPARE(a.boxes + b.boxes, Shapes({box("eye", 0, 0, 7, 5), box("eye", -5, -6, 15, 14)}));
         QCOMPARE(contents(dir.filePath("annotations")), annotations);

@@ -251,7 +251,7 @@ private Q_SLOTS:
             QVERIFY(f.isEmpty() || writeBytes(input.filePath(f.section('=', 0, 0)), f.section('=', 1).toUtf8()));
         QVERIFY(s.open({{}, {}}));
         editShapes(s.w, {box("object", 0, 0, 2, 2)});
-        QVERIFY(writeBytes(s.w.images[1].xmlPath(), "<annotation/>")); // appeared behind the session's back
+        QVERIFY(writeBytes(s.w.images[1].xmlPath, "<annotation/>")); // appeared behind the session's back
         (files[0].isEmpty() ? s.prompts.directoryAnswers : s.prompts.openFileAnswers) << input.filePath(files[0].section('=', 0, 0));
         s.prompts.calls.clear();
         trigger(s.w, action);
@@ -303,7 +303,7 @@ private Q_SLOTS:
         QTemporaryDir out;
         QVERIFY(writeImage(s.path("a.png"), 640, 480) && writeImage(s.path("b.png"), 320, 240));
         ImageAnnotations unread;
-        unread.setXmlPath(s.path("annotations/b.xml"));
+        unread.xmlPath = s.path("annotations/b.xml");
         unread.boxes = {box("person", 0, 0, 160, 120), keypoint("foot", 80, 120)};
         QVERIFY(QDir().mkpath(s.path("annotations")) && VocXml::save(unread, "x"));
         QVERIFY(s.w.openDataset(s.dir.path()));
@@ -322,7 +322,7 @@ private Q_SLOTS:
         };
         s.prompts.directoryAnswers << out.path();
         trigger(s.w, "exportYoloPoseAction");
-        QVERIFY(QFile::exists(s.w.images[0].xmlPath()) && !s.w.images[0].dirty);
+        QVERIFY(QFile::exists(s.w.images[0].xmlPath) && !s.w.images[0].dirty);
         QCOMPARE(s.w.images[0].boxes, shapes);
         QCOMPARE(readBytes(out.filePath("labels/a.txt")), "0 0.234375 0.416667 0.15625 0.416667 0.234375 0.1875 2 0.234375 0.666667 2\n");
         QCOMPARE(readBytes(out.filePath("labels/b.txt")), "0 0.25 0.25 0.5 0.5 0 0 0 0.25 0.5 2\n");

@@ -37,11 +37,11 @@ QByteArray makeDataset(const QTemporaryDir& dir, const QStringList& images, bool
         makeImageFile(dir.filePath(name));
     QDir().mkpath(dir.filePath("annotations"));
     ImageAnnotations record;
-    record.setXmlPath(dir.filePath("annotations/a.xml"));
+    record.xmlPath = dir.filePath("annotations/a.xml");
     record.boxes = {box("ours", 1, 1, 4, 4)};
     const QByteArray bytes = VocXml::toXml(record, "x");
     if (withFile)
-        writeBytes(record.xmlPath(), bytes);
+        writeBytes(record.xmlPath, bytes);
     return bytes;
 }
 
@@ -76,14 +76,14 @@ private Q_SLOTS:
         QVERIFY2(seen[7].contains("Could not write label_colors.json: File too large"), qPrintable(seen[7]));
         QCOMPARE(readBytes(colours), oldColours);
         QVERIFY(oldColours.contains("\"ours\""));
-        QCOMPARE(seen[0], "Could not write:\n" + s.w.images[0].xmlPath() + "\nFile too large");
+        QCOMPARE(seen[0], "Could not write:\n" + s.w.images[0].xmlPath + "\nFile too large");
         QCOMPARE(seen[1], imageStatus(1, 1, "a.png", 8, 6, 2).replace("- saved", "- NOT saved"));
         QCOMPARE(seen[2], QStringLiteral("dirty"));
         QCOMPARE(seen[3], QStringLiteral("2"));
         QCOMPARE(seen[4], QStringLiteral("open"));
         QVERIFY2(seen[5].startsWith("The annotation files of 1 image(s) could not be written"), qPrintable(seen[5]));
         QCOMPARE(seen[6], QStringLiteral("closed"));
-        QCOMPARE(readBytes(s.w.images[0].xmlPath()), old);
+        QCOMPARE(readBytes(s.w.images[0].xmlPath), old);
     }
 
     void linksLeadingOutsideAreNotWritten_data()
@@ -222,7 +222,7 @@ private Q_SLOTS:
         Session s;
         makeDataset(s.dir, {"a.png", "b.png"});
         QVERIFY(s.w.openDataset(s.dir.path()));
-        const QString xml = s.w.images[0].xmlPath();
+        const QString xml = s.w.images[0].xmlPath;
         ImageAnnotations other;
         other.boxes = {box("theirs", 1, 1, 3, 3), box("theirs too", 2, 2, 5, 5)};
         const QByteArray theirs = VocXml::toXml(other, "x");

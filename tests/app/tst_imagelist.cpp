@@ -127,7 +127,7 @@ private Q_SLOTS:
         QVERIFY(s.w.openDataset(s.dir.path()));
         s.w.imageList->setCurrentRow(shown);
         editShapes(s.w, {box("object", 1, 1, 3, 3)});
-        const QByteArray xml = readBytes(s.w.images[shown].xmlPath());
+        const QByteArray xml = readBytes(s.w.images[shown].xmlPath);
         s.w.resize(900, 600);
         s.w.show();
         QVERIFY(QTest::qWaitForWindowExposed(&s.w));
@@ -180,8 +180,8 @@ private Q_SLOTS:
         s.w.canvas->setBoxes({box("object", 1, 1, 3, 3)}); // shapes not yet saved, as an import leaves them
         s.w.images[0].dirty = true;
         Q_EMIT s.w.imageList->delegate->removeRequested(2);
-        QVERIFY(QFile::exists(s.w.images[0].xmlPath()) && !s.w.images[0].dirty);
-        const QByteArray saved = readBytes(s.w.images[0].xmlPath());
+        QVERIFY(QFile::exists(s.w.images[0].xmlPath) && !s.w.images[0].dirty);
+        const QByteArray saved = readBytes(s.w.images[0].xmlPath);
         s.w.canvas->setBoxes({box("object", 2, 2, 4, 4)});
         s.w.images[0].dirty = true;
         Q_EMIT s.w.imageList->delegate->removeRequested(0);
@@ -196,7 +196,7 @@ private Q_SLOTS:
             QVERIFY(writeImage(s.path(QStringLiteral("i%1.png").arg(i, 2, 10, QLatin1Char('0')))));
         QVERIFY(QDir().mkpath(s.path("annotations")));
         ImageAnnotations rec; // only i09 has a file; the scan must still find it after rows above it go
-        rec.setXmlPath(s.path("annotations/i09.xml"));
+        rec.xmlPath = s.path("annotations/i09.xml");
         rec.boxes = {box("late", 1, 1, 2, 2)};
         QVERIFY(VocXml::save(rec, "x"));
         s.prompts.chooseAnswers << 1 << 1;

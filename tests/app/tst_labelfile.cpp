@@ -88,7 +88,7 @@ void TestLabelFile::carryOverAndIndentedFile()
     QVERIFY(writeBytes(first.filePath("annotations/label_colors.json"), R"([{"name":"dog","color":"#abcdef"}])"));
     QVERIFY(writeBytes(second.filePath("annotations/label_colors.json"), R"([{"name":"dog","color":"#000000"}])"));
     ImageAnnotations c;
-    c.setXmlPath(second.filePath("annotations/c.xml"));
+    c.xmlPath = second.filePath("annotations/c.xml");
     c.boxes = {box("car", 1, 1, 4, 4)};
     QVERIFY(VocXml::save(c, "x"));
     ScriptedPrompts prompts;

@@ -30,7 +30,7 @@ void makeDataset(const QTemporaryDir& dir)
     QVERIFY(QDir().mkpath(dir.filePath("annotations")));
     ImageAnnotations b;
     b.imagePath = dir.filePath("b.png");
-    b.setXmlPath(dir.filePath("annotations/b.xml"));
+    b.xmlPath = dir.filePath("annotations/b.xml");
     b.width = 80;
     b.height = 60;
     b.boxes = {box("car", 5, 5, 20, 20), box("car", 60, 40, 99, 59)};

@@ -17,7 +17,7 @@ namespace {
 ImageAnnotations record(const QTemporaryDir& dir, const QString& name, int w, int h, const Shapes& shapes, bool writeXml = true)
 {
     ImageAnnotations img = image(dir.filePath(name), w, h, shapes);
-    img.setXmlPath(dir.filePath(QFileInfo(name).completeBaseName() + ".xml"));
+    img.xmlPath = dir.filePath(QFileInfo(name).completeBaseName() + ".xml");
     if (writeXml && !shapes.isEmpty())
         VocXml::save(img, "images");
     return img;
@@ -115,7 +115,7 @@ private Q_SLOTS:
         records[3].boxes.clear(); // not yet read: the file is loaded
         QVERIFY(QDir().mkpath(out.filePath("blocked.xml")));
         const QStringList sourceFiles = filesUnder(src.path());
-        const QByteArray sourceBytes = readAll(records[0].xmlPath());
+        const QByteArray sourceBytes = readAll(records[0].xmlPath);
         QList<int> seen;
         ConversionOutcome outcome = convertDataset(records, Conversion::BoxesToKeypoints, 0, out.path(), "imgs",
                                                    [&](int done, int total) {
@@ -127,12 +127,12 @@ private Q_SLOTS:
                  QList<int>({3, 4, 1, 1}));
         QCOMPARE(filesUnder(out.path()), QStringList({"boxes.xml", "fromfile.xml"}));
         ImageAnnotations written;
-        written.setXmlPath(out.filePath("fromfile.xml"));
+        written.xmlPath = out.filePath("fromfile.xml");
         QVERIFY(VocXml::load(written));
         QCOMPARE(written.boxes, Shapes{shape("dog", ShapeType::Keypoint, {{3, 5}})});
-        QVERIFY(readAll(written.xmlPath()).contains("<folder>imgs</folder>"));
+        QVERIFY(readAll(written.xmlPath).contains("<folder>imgs</folder>"));
         QCOMPARE(filesUnder(src.path()), sourceFiles);
-        QCOMPARE(readAll(records[0].xmlPath()), sourceBytes);
+        QCOMPARE(readAll(records[0].xmlPath), sourceBytes);
         // Cancelled before the second image: the first one's file is written all the same.
         QTemporaryDir again;
         outcome = convertDataset(records, Conversion::BoxesToKeypoints, 0, again.path(), "imgs",

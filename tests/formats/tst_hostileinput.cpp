@@ -50,7 +50,7 @@ private Q_SLOTS:
             QString error;
             if (writer == "annotation file") {
                 ImageAnnotations record = images.first();
-                record.setXmlPath(path);
+                record.xmlPath = path;
                 return VocXml::save(record, "images", &error) ? "saved" : error.toUtf8();
             }
             if (writer == "batch") {
@@ -103,7 +103,7 @@ private Q_SLOTS:
         QList<ImageAnnotations> images{image(dir.filePath("img.png"), 10, 10)};
         QList<LabelDef> labels;
         if (source == "xml") {
-            images[0].setXmlPath(file);
+            images[0].xmlPath = file;
             VocXml::load(images[0]);
             for (const BoxAnnotation& b : std::as_const(images[0].boxes))
                 labels.append({b.label, Qt::red});

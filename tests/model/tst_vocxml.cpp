@@ -126,10 +126,10 @@ private Q_SLOTS:
 
         QTemporaryDir dir;
         ImageAnnotations ann = record({box});
-        ann.setXmlPath(dir.filePath("street.01.xml"));
-        QVERIFY(writeFile(ann.xmlPath(), QByteArray(5000, 'x')));
+        ann.xmlPath = dir.filePath("street.01.xml");
+        QVERIFY(writeFile(ann.xmlPath, QByteArray(5000, 'x')));
         QVERIFY(VocXml::save(ann, "images"));
-        QCOMPARE(readAll(ann.xmlPath()), expected);
+        QCOMPARE(readAll(ann.xmlPath), expected);
         QCOMPARE(filesUnder(dir.path()), QStringList{"street.01.xml"}); // no temporary file left
     }
 
@@ -318,12 +318,12 @@ private Q_SLOTS:
             at = full.indexOf(cutBefore, at + 1);
         QTemporaryDir dir;
         ImageAnnotations ann;
-        ann.setXmlPath(dir.filePath("t.xml"));
-        QVERIFY(at > 0 && writeFile(ann.xmlPath(), full.left(at)));
+        ann.xmlPath = dir.filePath("t.xml");
+        QVERIFY(at > 0 && writeFile(ann.xmlPath, full.left(at)));
         QVERIFY(!VocXml::load(ann));
         QVERIFY(ann.partial);
         QCOMPARE(describe(ann.boxes), describe(boxes.mid(0, kept)));
-        QVERIFY(writeFile(ann.xmlPath(), full));
+        QVERIFY(writeFile(ann.xmlPath, full));
         QVERIFY(VocXml::load(ann));
         QVERIFY(!ann.partial);
     }
@@ -333,11 +333,11 @@ private Q_SLOTS:
     {
         QTemporaryDir dir;
         ImageAnnotations written = record({box("a", 1, 2, 3, 4)});
-        written.setXmlPath(dir.filePath("a.xml"));
+        written.xmlPath = dir.filePath("a.xml");
         written.width = 9999;
         QVERIFY(VocXml::save(written, "images"));
         ImageAnnotations ann = image("/elsewhere/other.png", 12, 34, {box("x", 0, 0, 1, 1), box("y", 0, 0, 1, 1)});
-        ann.setXmlPath(written.xmlPath());
+        ann.xmlPath = written.xmlPath;
         ann.dirty = true;
         QVERIFY(VocXml::load(ann));
         QCOMPARE(ann.boxes, written.boxes);
@@ -350,7 +350,7 @@ private Q_SLOTS:
         for (const QString& path : {dir.filePath("missing.xml"), QString(), dir.filePath("folder.xml"), dir.filePath("locked.xml")}) {
             if (path.endsWith("locked.xml") && ::geteuid() == 0)
                 continue; // root reads any file
-            ann.setXmlPath(path);
+            ann.xmlPath = path;
             QVERIFY2(!VocXml::load(ann), qPrintable(path));
             QCOMPARE(ann.boxes, written.boxes);
         }
@@ -371,13 +371,13 @@ private Q_SLOTS:
         QVERIFY(QDir(dir.path()).mkpath(QStringLiteral("Ännotations ü")));
         ImageAnnotations ann = record(boxes);
         ann.imagePath = dir.filePath(QStringLiteral("Bilder & <ß>/straße 1.jpg"));
-        ann.setXmlPath(dir.filePath(QStringLiteral("Ännotations ü/straße 1.xml")));
+        ann.xmlPath = dir.filePath(QStringLiteral("Ännotations ü/straße 1.xml"));
         QVERIFY(VocXml::save(ann, QStringLiteral("Bilder & <ß>")));
-        const QString bytes = QString::fromUtf8(readAll(ann.xmlPath()));
+        const QString bytes = QString::fromUtf8(readAll(ann.xmlPath));
         QVERIFY(bytes.contains("  <folder>Bilder &amp; &lt;ß&gt;</folder>\n  <filename>straße 1.jpg</filename>\n  <path>"
                                + dir.filePath(QStringLiteral("Bilder &amp; &lt;ß&gt;/straße 1.jpg")) + "</path>\n"));
         ImageAnnotations back;
-        back.setXmlPath(ann.xmlPath());
+        back.xmlPath = ann.xmlPath;
         QVERIFY(VocXml::load(back));
         QCOMPARE(back.boxes, boxes);
     }
@@ -390,7 +390,7 @@ private Q_SLOTS:
         ImageAnnotations ann = record({box("a", 1, 2, 3, 4)});
         for (const QString& target : {dir.filePath("no/such/folder/a.xml"), dir.filePath("plainfile/a.xml"), QString(),
                                       dir.filePath("taken.xml")}) {
-            ann.setXmlPath(target);
+            ann.xmlPath = target;
             QVERIFY2(!VocXml::save(ann, "images"), qPrintable(target));
         }
         QVERIFY(QFileInfo(dir.filePath("taken.xml")).isDir());
@@ -403,7 +403,7 @@ private Q_SLOTS:
         if (::access(QFile::encodeName(folder).constData(), W_OK) == 0)
             QSKIP("running with rights that ignore folder permissions");
         for (const char* name : {"/existing.xml", "/fresh.xml"}) {
-            ann.setXmlPath(folder + name);
+            ann.xmlPath = folder + name;
             QVERIFY(!VocXml::save(ann, "images"));
         }
         QCOMPARE(filesUnder(folder), QStringList{"existing.xml"});

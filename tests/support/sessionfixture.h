@@ -23,7 +23,7 @@ using Shapes = QList<BoxAnnotation>;
 inline Shapes saved(const QString& xmlPath)
 {
     ImageAnnotations record;
-    record.setXmlPath(xmlPath);
+    record.xmlPath = xmlPath;
     return VocXml::load(record) ? record.boxes : Shapes{};
 }
 
@@ -38,7 +38,7 @@ inline QStringList labelsOf(const Shapes& shapes)
 inline QStringList savedLabels(const QString& xmlPath)
 {
     ImageAnnotations record;
-    record.setXmlPath(xmlPath);
+    record.xmlPath = xmlPath;
     return VocXml::load(record) ? labelsOf(record.boxes) : QStringList{"<unreadable>"};
 }
 
@@ -85,7 +85,7 @@ struct Session {
             if (labelsPerImage[i].isEmpty())
                 continue;
             ImageAnnotations record;
-            record.setXmlPath(dir.filePath("annotations/" + base + ".xml"));
+            record.xmlPath = dir.filePath("annotations/" + base + ".xml");
             record.width = size.width();
             record.height = size.height();
             int k = 0;
@@ -106,7 +106,7 @@ struct Session {
         return QTest::qWaitForWindowExposed(&w);
     }
     QString path(const QString& name) const { return dir.filePath(name); }
-    QString xml(int i) const { return w.images.at(i).xmlPath(); }
+    QString xml(int i) const { return w.images.at(i).xmlPath; }
     bool call(const char* slot) { return QMetaObject::invokeMethod(&w, slot, Qt::DirectConnection); }
 };
 

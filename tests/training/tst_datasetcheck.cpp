@@ -111,13 +111,13 @@ private Q_SLOTS:
 
         ImageAnnotations record;
         record.imagePath = dir.filePath(name);
-        record.setXmlPath(annotations + "/a.xml");
+        record.xmlPath = annotations + "/a.xml";
         record.width = recorded.width();
         record.height = recorded.height();
         record.boxes = shapes;
-        QVERIFY(Xml(xml) == Xml::Garbage ? writeFile(record.xmlPath(), "<annotation><object><name>a") : VocXml::save(record, "images"));
+        QVERIFY(Xml(xml) == Xml::Garbage ? writeFile(record.xmlPath, "<annotation><object><name>a") : VocXml::save(record, "images"));
         if (Xml(xml) == Xml::Crlf)
-            QVERIFY(writeFile(record.xmlPath(), VocXml::toXml(record, "images").replace("\n", "\r\n")));
+            QVERIFY(writeFile(record.xmlPath, VocXml::toXml(record, "images").replace("\n", "\r\n")));
 
         // The records as the window makes them on opening: no shape read yet.
         const QList<ImageAnnotations> records =

@@ -26,7 +26,7 @@ TrainingExport::Summary exportOne(const QTemporaryDir& dir, Layout layout,
     QImage(100, 100, QImage::Format_RGB32).save(dir.filePath("a.png"));
     ImageAnnotations record;
     record.imagePath = dir.filePath("a.png");
-    record.setXmlPath(dir.filePath("a.xml"));
+    record.xmlPath = dir.filePath("a.xml");
     record.boxes = shapes;
     QList<LabelDef> labels = labelList(classes);
     TrainingExport::Options options;
